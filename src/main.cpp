@@ -1,0 +1,30 @@
+// The process entry: reads the arguments once and enters one run mode, never to return.
+#include <cstdio>
+
+#include "app/command_line.h"
+#include "app/selftest.h"
+
+using namespace zorvane;
+
+int main(int argc, char** argv) {
+  CommandLine commandLine(argc, argv);
+  switch (commandLine.mode()) {
+    case RunMode::selftest:
+      runSelftest(commandLine);
+    case RunMode::toolServer:
+      fprintf(stderr, "zorvane: the tool server (--mcp) is not part of this build yet\n");
+      exitProcess(69);
+    case RunMode::cloudTest:
+      fprintf(stderr, "zorvane: the cloud routine check (--cloud-test) is not part of this build yet\n");
+      exitProcess(69);
+    case RunMode::discover:
+      fprintf(stderr, "zorvane: agent discovery (--discover) is not part of this build yet\n");
+      exitProcess(69);
+    case RunMode::application:
+      fprintf(stderr,
+              "zorvane: the desktop application is not part of this build yet; try "
+              "--selftest <folder> [prompt]\n");
+      exitProcess(69);
+  }
+  return 0;
+}

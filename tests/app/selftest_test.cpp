@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "core/base/child_process.h"
+#include "core/base/json_value.h"
+#include "core/base/run_loop.h"
+#include "support/test_support.h"
+
+namespace zorvane {
+namespace {
+
+struct ProcessRun {
+  std::string out, err;
+  int code = -1;
+};
+
+// Runs the real executable as a user would, with the given PATH, and waits for it.
+ProcessRun runZorvane(const std::vector<std::string>& args, const std::string& path,
+               const std::string& home, const std::map<std::string, std::string>& extra = {}) {
+  RunLoop loop;
+  Environment env = Environment::current();
+  env.set("PATH", path);
+  env.set("HOME", home);
+  env.unset("XDG_DATA_HOME");
+  env.unset("XDG_STATE_HOME");
+  env.unset("XDG_CONFIG_HOME");
+  for (const auto& [k, v] : extra) env.set(k, v);
+  auto child = ChildProcess::create({ZORVANE_EXECUTABLE, args, "", env, true}, loop);
+  ProcessRun run;
+  bool done = false;
+  child->onStdout = [&](std::string chunk) { run.out += chunk; };
+  child->onStderr = [&](std::string chunk) { run.err += chunk; };
+  child->onExit = [&](int code) {
+    run.code = code;
+    done = true;
+  };
+  EXPECT_TRUE(child->start());
+  if (!loop.runUntil([&] { return done; }, 60)) {
+    child->kill();
+    loop.runUntil([&] { return done; }, 10);
+    ADD_FAILURE() << "zorvane didn't finish; output so far:\n" << run.out;
+  }
+  return run;
+}
+
+const std::string kFixtureBin = std::string(ZORVANE_FIXTURES_DIR) + "/bin";
+
+// With the stand-in agent first on PATH, a selftest prints its target, each permission
+// it answered, the tools used and the outcome, exits 0, and mirrors the lines to --out.
+TEST(Selftest, RunsOneTurnWithTheStandInAgent) {
+  testing::TempDir home, folder;
+  folder.write("a.txt", "hello");
+  std::string outFile = home.file("out/selftest.log");
+  ::mkdir(home.file("out").c_str(), 0755);
+  ProcessRun run = runZorvane({"--selftest", folder.path(), "--out", outFile},
+                       kFixtureBin + ":/usr/bin:/bin", home.path(),
+                       {{"STANDIN_LOG_DIR", home.path()}});
+  EXPECT_EQ(run.code, 0) << run.out << run.err;
+  EXPECT_TRUE(run.out.starts_with("target: folder:" + folder.path() + " agent: claude AX: "))
+      << run.out;
+  EXPECT_NE(run.out.find("\npermission: Bash allow\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\ntool: Bash\n"), std::string::npos) << run.out;
+  EXPECT_TRUE(run.out.ends_with("\noutcome: answer(DONE)\n")) << run.out;
+  EXPECT_EQ(testing::readAll(outFile), run.out);
+
+  // The agent got the default prompt, ran in the folder and was told about its target.
+  std::string start = testing::readAll(home.file("start-1.json"));
+  auto launch = parseJSON(start);
+  ASSERT_TRUE(launch) << start;
+  EXPECT_EQ((*launch)["cwd"], folder.path());
+  std::string argv = (*launch)["argv"].dump();
+  EXPECT_NE(argv.find("You are Zorvane, an agent bonded to"), std::string::npos);
+}
+
+// Every way a selftest can't start gives one clear line and a non-zero exit.
+TEST(Selftest, RefusesWhatItCantRun) {
+  testing::TempDir home, folder, emptyBin, brokenBin;
+  struct Case {
+    std::vector<std::string> args;
+    std::string path;
+    std::string firstLine;
+  };
+  // A "claude" whose interpreter doesn't exist: found on PATH, but can't be started.
+  brokenBin.write("claude", "#!/nonexistent/interpreter\n");
+  ::chmod(brokenBin.file("claude").c_str(), 0755);
+  const std::vector<Case> cases = {
+      {{"--selftest", folder.file("nope")}, kFixtureBin, "selftest: the folder " + folder.file("nope") + " doesn't exist"},
+      {{"--selftest"}, kFixtureBin, "selftest: nothing to work on"},
+      {{"--selftest", folder.path()}, emptyBin.path(), "agent not found: claude"},
+      {{"--selftest", folder.path(), "--agent", "nosuchagent"}, kFixtureBin, "agent not found: nosuchagent"},
+      {{"--selftest", folder.path()}, brokenBin.path(), "start failed: Couldn't start " + brokenBin.file("claude")},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.args));
+    ProcessRun run = runZorvane(c.args, c.path, home.path());
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(run.out.find(c.firstLine) != std::string::npos) << run.out;
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), c.firstLine.starts_with("start failed") ? 2 : 1)
+        << "one line, after the target line when the agent was found: " << run.out;
+  }
+}
+
+}  // namespace
+}  // namespace zorvane
