@@ -1,5 +1,5 @@
-// UTF-8 text helpers. Text is UTF-8 std::string throughout; where the design counts
-// characters it counts Unicode scalar values, and no cut ever splits a sequence.
+// UTF-8 text helpers. Text is UTF-8 std::string throughout; where a length is counted
+// in characters it counts Unicode scalar values, and no cut ever splits a sequence.
 #pragma once
 
 #include <cstddef>

@@ -1,0 +1,120 @@
+#include "core/base/paths.h"
+
+#include <limits.h>
+#include <pwd.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+namespace zorvane::Paths {
+
+static std::string environment(const char* name) {
+  const char* value = getenv(name);
+  return value == nullptr ? std::string() : std::string(value);
+}
+
+static bool isAbsolute(const std::string& path) {
+  return !path.empty() && path[0] == '/';
+}
+
+// Drops trailing slashes so joining never doubles one; "/" stays "/".
+static std::string withoutTrailingSlashes(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+static std::string join(const std::string& folder, const std::string& name) {
+  if (folder.empty() || folder.back() == '/') return folder + name;
+  return folder + "/" + name;
+}
+
+std::string home() {
+  std::string fromEnvironment = environment("HOME");
+  if (!fromEnvironment.empty()) return withoutTrailingSlashes(fromEnvironment);
+
+  long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
+  std::vector<char> buffer(suggested > 0 ? static_cast<size_t>(suggested) : 16384);
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr &&
+      found->pw_dir != nullptr && isAbsolute(found->pw_dir)) {
+    return withoutTrailingSlashes(found->pw_dir);
+  }
+  return "/";
+}
+
+// An XDG base folder: the variable when it holds an absolute path, else the fallback
+// below the home folder. Relative values are ignored as the XDG rules require.
+static std::string baseDirectory(const char* variable, const char* fallbackBelowHome) {
+  std::string value = environment(variable);
+  if (isAbsolute(value)) return withoutTrailingSlashes(value);
+  return join(home(), fallbackBelowHome);
+}
+
+std::string dataDirectory() {
+  return join(baseDirectory("XDG_DATA_HOME", ".local/share"), "zorvane");
+}
+
+std::string stateDirectory() {
+  return join(baseDirectory("XDG_STATE_HOME", ".local/state"), "zorvane");
+}
+
+std::string configDirectory() {
+  return join(baseDirectory("XDG_CONFIG_HOME", ".config"), "zorvane");
+}
+
+std::string logFile() {
+  return join(stateDirectory(), "zorvane.log");
+}
+
+std::string settingsFile() {
+  return join(configDirectory(), "settings.json");
+}
+
+std::string scratchDirectory() {
+  return join(dataDirectory(), "scratch");
+}
+
+std::string sessionsDirectory() {
+  return join(dataDirectory(), "sessions");
+}
+
+std::string claudeSkillsDirectory() {
+  return join(home(), ".claude/skills");
+}
+
+std::string phoneDirectory() {
+  return join(home(), ".zorvane/phone");
+}
+
+std::string temporaryDirectory() {
+  std::string value = environment("TMPDIR");
+  if (isAbsolute(value)) return withoutTrailingSlashes(value);
+  return "/tmp";
+}
+
+std::string userShell() {
+  std::string shell = environment("SHELL");
+  struct stat info;
+  if (isAbsolute(shell) && ::stat(shell.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+      (info.st_mode & 0111) != 0 && access(shell.c_str(), X_OK) == 0) {
+    return shell;
+  }
+  return "/bin/sh";
+}
+
+std::string executablePath() {
+  std::vector<char> buffer(PATH_MAX);
+  for (;;) {
+    ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size());
+    if (length < 0) return {};
+    if (static_cast<size_t>(length) < buffer.size()) {
+      return std::string(buffer.data(), static_cast<size_t>(length));
+    }
+    buffer.resize(buffer.size() * 2);  // possibly cut short: try again with more room
+  }
+}
+
+}  // namespace zorvane::Paths

@@ -1,0 +1,98 @@
+#include "core/base/log.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "core/base/paths.h"
+#include "support/test_support.h"
+
+namespace zorvane {
+
+using testing::TempDir;
+
+static std::vector<std::string> linesOf(const std::string& path) {
+  std::vector<std::string> lines;
+  std::istringstream in(testing::readAll(path));
+  for (std::string line; std::getline(in, line);) lines.push_back(line.substr(20));  // no time
+  return lines;
+}
+
+// Sends the log to a file for one test and back to the default afterwards.
+struct ScopedLogFile {
+  explicit ScopedLogFile(const std::string& path) { Log::setFile(path); }
+  ~ScopedLogFile() {
+    Log::flush();
+    Log::setFile("");
+  }
+};
+
+// Lines from several threads all arrive, each whole and stamped, in each thread's order.
+TEST(Log, LinesFromManyThreadsAllArriveWhole) {
+  TempDir dir;
+  std::string path = dir.file("new/folder/test.log");
+  ScopedLogFile logTo(path);
+  constexpr int kThreads = 4, kLines = 300;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kLines; ++i) {
+        Log::info("thread " + std::to_string(t) + " line " + std::to_string(i) + " " +
+                  std::string(static_cast<size_t>(i % 50), 'x'));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  Log::flush();
+
+  const std::regex shape(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ thread (\d) line (\d+) (x*))");
+  std::vector<int> next(kThreads, 0);
+  std::istringstream in(testing::readAll(path));
+  int count = 0;
+  for (std::string line; std::getline(in, line); ++count) {
+    std::smatch match;
+    ASSERT_TRUE(std::regex_match(line, match, shape)) << line;
+    int thread = std::stoi(match[1]), number = std::stoi(match[2]);
+    EXPECT_EQ(number, next[thread]++) << line;
+    EXPECT_EQ(match[3].length(), static_cast<size_t>(number % 50)) << line;
+  }
+  EXPECT_EQ(count, kThreads * kLines);
+}
+
+// Lines handed over before setFile stay in the old file, "" returns to the state folder,
+// and line ends inside a message become blanks.
+TEST(Log, SetFileRedirectsOnlyLaterLines) {
+  testing::TempHome home;
+  TempDir dir;
+  {
+    ScopedLogFile logTo(dir.file("one.log"));
+    Log::info("to one");
+    Log::setFile(dir.file("two.log"));
+    Log::info("to two\nsecond\r\nthird");
+  }
+  Log::info("to default");
+  Log::flush();
+  EXPECT_EQ(linesOf(dir.file("one.log")), std::vector<std::string>{" to one"});
+  EXPECT_EQ(linesOf(dir.file("two.log")), std::vector<std::string>{" to two second  third"});
+  EXPECT_EQ(linesOf(Paths::logFile()), std::vector<std::string>{" to default"});
+}
+
+// A file that cannot be written drops its lines; the caller and later lines carry on.
+TEST(Log, UnwritableFileDropsLinesWithoutFailing) {
+  TempDir dir;
+  std::string blocker = dir.write("blocker", "");
+  {
+    ScopedLogFile logTo(blocker + "/cannot/be.log");
+    Log::info("lost");
+  }
+  ScopedLogFile logTo(dir.file("good.log"));
+  Log::info("kept");
+  Log::flush();
+  EXPECT_EQ(testing::readAll(blocker), "");
+  EXPECT_EQ(linesOf(dir.file("good.log")), std::vector<std::string>{" kept"});
+}
+
+}  // namespace zorvane

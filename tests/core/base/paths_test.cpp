@@ -1,0 +1,74 @@
+#include "core/base/paths.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <optional>
+
+#include "support/test_support.h"
+
+namespace zorvane {
+
+using testing::ScopedEnv;
+
+// Absolute XDG values are used; unset, empty or relative ones fall back below HOME.
+TEST(Paths, FollowsAbsoluteXDGFoldersAndIgnoresOthers) {
+  testing::TempHome home;
+  {
+    ScopedEnv data("XDG_DATA_HOME", "/x/data/");
+    ScopedEnv state("XDG_STATE_HOME", "/x/state");
+    ScopedEnv config("XDG_CONFIG_HOME", "/x/config");
+    EXPECT_EQ(Paths::sessionsDirectory(), "/x/data/zorvane/sessions");
+    EXPECT_EQ(Paths::scratchDirectory(), "/x/data/zorvane/scratch");
+    EXPECT_EQ(Paths::logFile(), "/x/state/zorvane/zorvane.log");
+    EXPECT_EQ(Paths::settingsFile(), "/x/config/zorvane/settings.json");
+    EXPECT_EQ(Paths::claudeSkillsDirectory(), home.path() + "/.claude/skills");
+    EXPECT_EQ(Paths::phoneDirectory(), home.path() + "/.zorvane/phone");
+  }
+  for (const char* value : {"", "relative/dir"}) {
+    SCOPED_TRACE(value);
+    ScopedEnv data("XDG_DATA_HOME", value);
+    ScopedEnv state("XDG_STATE_HOME", value);
+    ScopedEnv config("XDG_CONFIG_HOME", value);
+    EXPECT_EQ(Paths::dataDirectory(), home.path() + "/.local/share/zorvane");
+    EXPECT_EQ(Paths::logFile(), home.path() + "/.local/state/zorvane/zorvane.log");
+    EXPECT_EQ(Paths::settingsFile(), home.path() + "/.config/zorvane/settings.json");
+  }
+  EXPECT_EQ(Paths::dataDirectory(), home.path() + "/.local/share/zorvane");  // unset
+  ScopedEnv tmp("TMPDIR", "relative");
+  EXPECT_EQ(Paths::temporaryDirectory(), "/tmp");
+}
+
+// The shell is $SHELL only when it is an absolute path to an executable file.
+TEST(Paths, UserShellNeedsAnExecutableFile) {
+  testing::TempDir dir;
+  std::string script = dir.write("myshell", "#!/bin/sh\n");
+  chmod(script.c_str(), 0755);
+  std::string plain = dir.write("notexec", "");
+  chmod(plain.c_str(), 0644);
+  for (auto [shell, expected] :
+       std::initializer_list<std::pair<std::optional<std::string>, std::string>>{
+           {script, script},
+           {plain, "/bin/sh"},
+           {dir.path(), "/bin/sh"},
+           {dir.file("missing"), "/bin/sh"},
+           {"myshell", "/bin/sh"},
+           {std::nullopt, "/bin/sh"}}) {
+    SCOPED_TRACE(shell.value_or("(unset)"));
+    ScopedEnv variable("SHELL", shell);
+    EXPECT_EQ(Paths::userShell(), expected);
+  }
+}
+
+// The executable path names this very program file.
+TEST(Paths, ExecutablePathNamesThisProgram) {
+  std::string path = Paths::executablePath();
+  ASSERT_EQ(path.substr(0, 1), "/");
+  struct stat named {
+  }, running{};
+  ASSERT_EQ(stat(path.c_str(), &named), 0);
+  ASSERT_EQ(stat("/proc/self/exe", &running), 0);
+  EXPECT_TRUE(named.st_ino == running.st_ino && named.st_dev == running.st_dev) << path;
+}
+
+}  // namespace zorvane
