@@ -23,6 +23,12 @@ struct ChildProcess::Shared {
   std::condition_variable changed;
   bool running = false;  // true from spawn until the child is waited for
   int readersOpen = 0;
+  MainQueue* queue = nullptr;  // cleared when the object goes, so a late post goes nowhere
+
+  void post(Task task) {
+    std::lock_guard lock(mutex);
+    if (queue != nullptr) queue->post(std::move(task));
+  }
 };
 
 // How long the reaper waits for the pipes to drain after the child is gone. A grandchild
@@ -39,11 +45,15 @@ std::shared_ptr<ChildProcess> ChildProcess::create(Options options, MainQueue& q
 }
 
 ChildProcess::ChildProcess(Options options, MainQueue& queue)
-    : options_(std::move(options)), queue_(queue), shared_(std::make_shared<Shared>()) {}
+    : options_(std::move(options)), shared_(std::make_shared<Shared>()) {
+  shared_->queue = &queue;
+}
 
 ChildProcess::~ChildProcess() {
   terminate();
   closeStdin();
+  std::lock_guard lock(shared_->mutex);
+  shared_->queue = nullptr;
 }
 
 bool ChildProcess::isRunning() const {
@@ -189,17 +199,16 @@ Expected<void> ChildProcess::start() {
   if (!options_.stdinFromNullDevice) stdinFd_ = in.take(in.write);
 
   std::weak_ptr<ChildProcess> weak = weak_from_this();
-  MainQueue* queue = &queue_;
   auto shared = shared_;
 
   auto startReader = [&](int fd, bool isStdout) {
-    std::thread([fd, isStdout, weak, queue, shared] {
+    std::thread([fd, isStdout, weak, shared] {
       char buffer[65536];
       for (;;) {
         ssize_t n = ::read(fd, buffer, sizeof buffer);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
-        queue->post([weak, isStdout, chunk = std::string(buffer, static_cast<size_t>(n))]() mutable {
+        shared->post([weak, isStdout, chunk = std::string(buffer, static_cast<size_t>(n))]() mutable {
           auto self = weak.lock();
           if (!self) return;
           auto& handler = isStdout ? self->onStdout : self->onStderr;
@@ -215,7 +224,7 @@ Expected<void> ChildProcess::start() {
   startReader(out.take(out.read), true);
   startReader(err.take(err.read), false);
 
-  std::thread([pid, weak, queue, shared] {
+  std::thread([pid, weak, shared] {
     // Wait without collecting first, so signal() can't hit a reused pid.
     siginfo_t info{};
     while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
@@ -232,7 +241,7 @@ Expected<void> ChildProcess::start() {
       std::unique_lock lock(shared->mutex);
       shared->changed.wait_for(lock, kDrainLimit, [&] { return shared->readersOpen == 0; });
     }
-    queue->post([weak, code] {
+    shared->post([weak, code] {
       auto self = weak.lock();
       if (!self) return;
       if (auto handler = std::exchange(self->onExit, {})) handler(code);

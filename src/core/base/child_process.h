@@ -9,7 +9,8 @@
 //                         before the pipes closed.
 // Each pipe has a reader thread and the child a reaper thread; they hold no reference to
 // this object, only a weak one for their posts, so the object may be dropped while the
-// child runs. Dropping it sends SIGTERM to a child still running; the reaper still waits
+// child runs. Once the object is gone they post nothing more, so a queue only has to
+// outlive the ChildProcess objects made on it, not their threads. Dropping it sends SIGTERM to a child still running; the reaper still waits
 // for it, so no zombie is left. Every descriptor is opened close-on-exec, so no child
 // inherits another's pipes.
 #pragma once
@@ -74,7 +75,6 @@ class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
 
   struct Shared;
   Options options_;
-  MainQueue& queue_;
   pid_t pid_ = -1;
   int stdinFd_ = -1;
   bool started_ = false;

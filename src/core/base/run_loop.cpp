@@ -133,30 +133,30 @@ void RunLoop::quit() {
 bool RunLoop::runUntil(const std::function<bool()>& done, double timeoutSeconds) {
   claimThread();
   using clock = std::chrono::steady_clock;
+  // The condition may change without any task running (a child reaped, a file written
+  // by another process), so it is also checked at this pace while the loop is idle.
+  constexpr auto kRecheck = std::chrono::milliseconds(10);
   auto deadline = clock::now() + std::chrono::duration_cast<clock::duration>(
                                      std::chrono::duration<double>(timeoutSeconds));
-  if (done()) return true;
   for (;;) {
+    if (done()) return true;
+    if (clock::now() >= deadline) return false;
     Task task;
     {
       std::unique_lock lock(mutex_);
-      while (!takeNext(task)) {
-        auto now = clock::now();
-        if (now >= deadline) return false;
-        auto wait = deadline - now;
+      if (!takeNext(task)) {
+        auto wait = std::min<clock::duration>(deadline - clock::now(), kRecheck);
         if (!timers_.empty()) {
           double untilTimer = timers_.begin()->second.due - clock_->now();
           auto timerWait = std::chrono::duration_cast<clock::duration>(
               std::chrono::duration<double>(untilTimer > 0 ? untilTimer : 0));
-          // With a fake clock a timer that isn't due won't become due by waiting; poll
-          // at a modest pace so a test that advances the clock from another thread works.
-          if (timerWait < wait) wait = std::max(timerWait, clock::duration(std::chrono::milliseconds(1)));
+          wait = std::min(wait, timerWait);
         }
-        wake_.wait_for(lock, wait);
+        if (wait > clock::duration::zero()) wake_.wait_for(lock, wait);
+        continue;
       }
     }
     task();
-    if (done()) return true;
   }
 }
 

@@ -61,8 +61,8 @@ class RunLoop final : public MainQueue {
   // run itself makes ready, without waiting. Returns the number of tasks run.
   size_t runUntilIdle();
 
-  // Runs the loop until `done()` holds, checking after every task, for at most
-  // `timeoutSeconds` of real time. Returns whether `done()` held.
+  // Runs the loop until `done()` holds, checking after every task and every 10 ms while
+  // idle, for at most `timeoutSeconds` of real time. Returns whether `done()` held.
   bool runUntil(const std::function<bool()>& done, double timeoutSeconds);
 
  private:
