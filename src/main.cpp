@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "app/command_line.h"
+#include "app/discover.h"
 #include "app/selftest.h"
 
 using namespace zorvane;
@@ -18,8 +19,7 @@ int main(int argc, char** argv) {
       fprintf(stderr, "zorvane: the cloud routine check (--cloud-test) is not part of this build yet\n");
       exitProcess(69);
     case RunMode::discover:
-      fprintf(stderr, "zorvane: agent discovery (--discover) is not part of this build yet\n");
-      exitProcess(69);
+      runDiscover();
     case RunMode::application:
       fprintf(stderr,
               "zorvane: the desktop application is not part of this build yet; try "

@@ -9,7 +9,10 @@
 #include <cstdlib>
 
 #include "app/say.h"
-#include "core/agent/claude_session.h"
+#include "app/agents.h"
+#include "core/agent/agent_factory.h"
+#include "core/agent/agent_launch.h"
+#include "core/mcp/control_scope.h"
 #include "core/agent/session_launch.h"
 #include "core/base/file_io.h"
 #include "core/base/json_value.h"
@@ -28,36 +31,6 @@ void exitProcess(int code) {
   fflush(stderr);
   // Reader and reaper threads may still be running; skip static destructors.
   _exit(code);
-}
-
-// The first executable file called `name` in the folders of PATH.
-static std::optional<std::string> findOnPath(const std::string& name) {
-  const char* path = getenv("PATH");
-  std::string_view rest = path != nullptr ? path : "/usr/local/bin:/usr/bin:/bin";
-  while (!rest.empty()) {
-    size_t colon = rest.find(':');
-    std::string folder(rest.substr(0, colon));
-    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
-    if (folder.empty()) folder = ".";
-    std::string candidate = folder + "/" + name;
-    struct stat info {};
-    if (::stat(candidate.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
-        ::access(candidate.c_str(), X_OK) == 0) {
-      return candidate;
-    }
-  }
-  return std::nullopt;
-}
-
-// The user's model choice for an agent: "model.<id>" in the settings file, if set.
-static std::optional<std::string> chosenModel(const std::string& agentID) {
-  auto bytes = readFile(Paths::settingsFile());
-  if (!bytes) return std::nullopt;
-  auto settings = parseJSON(*bytes);
-  if (!settings) return std::nullopt;
-  auto model = stringValue(subscript(*settings, "model." + agentID));
-  if (!model || model->empty()) return std::nullopt;
-  return model;
 }
 
 static bool connectsToUnixSocket(const std::string& path) {
@@ -102,29 +75,52 @@ void runSelftest(const CommandLine& commandLine) {
   MainQueue::setMain(&loop);
 
   const std::string& agentID = plan->agentID;
-  std::optional<std::string> executable = agentID == "claude" ? findOnPath("claude") : std::nullopt;
-  if (!executable) {
+  std::optional<InstalledAgent> agent;
+  for (InstalledAgent& found : Agents::discover()) {
+    if (found.kind.id == agentID) {
+      agent = std::move(found);
+      break;
+    }
+  }
+  if (!agent) {
     say({"agent not found:", agentID});
     exitProcess(1);
   }
 
-  std::string sessionFolder = Paths::temporaryDirectory() + "/zorvane-selftest-" + agentID;
-  (void)createDirectories(sessionFolder);  // a failure shows up when the agent starts
-
   const Target& target = plan->target;
+  std::string sessionFolder = Paths::temporaryDirectory() + "/zorvane-selftest-" + agentID;
+  std::string scopePath = sessionFolder + "/scope.json";
+  (void)createDirectories(sessionFolder);  // a failure shows up when the agent starts
+  ControlScope({target}, UUID()).save(scopePath);
+
   say({"target:", target.targetKey(), "agent:", agentID, "AX:", boolText(accessibilityReachable()),
        "screen:", boolText(screenReachable())});
 
-  UUID sessionID;
   std::string workingDirectory = target.workingDirectory().path();
+  (void)createDirectories(workingDirectory);  // the scratch folder of window targets
   std::string systemPrompt = SessionLaunch::systemPrompt(target, {});
-  std::vector<std::string> arguments =
-      SessionLaunch::arguments(sessionID, false, systemPrompt, SessionLaunch::settingsJSON(),
-                               std::nullopt, chosenModel(agentID));
 
-  static std::shared_ptr<ClaudeSession> session =
-      ClaudeSession::create(*executable, std::move(arguments), workingDirectory, loop);
-  session->onEvent = [say](const AgentEvent& event) {
+  ControlScope scope = ControlScope::load(scopePath);
+  scope.gate = agent->kind.id != AgentKind::claude().id;
+  scope.workDir = workingDirectory;
+  scope.save(scopePath);
+
+  AgentFactory::Request request{*agent,
+                                UUID(),
+                                false,
+                                std::nullopt,
+                                workingDirectory,
+                                sessionFolder,
+                                scopePath,
+                                *scope.gate ? systemPrompt + "\n" + AgentLaunch::gatedNote : systemPrompt,
+                                Paths::executablePath()};
+  auto made = AgentFactory::make(request, loop);
+  if (!made) {
+    say({"start failed:", made.error()});
+    exitProcess(1);
+  }
+  static std::shared_ptr<AgentTransport> session = std::move(*made);
+  session->onEvent = [say, target](const AgentEvent& event) {
     if (auto stream = event.as<AgentEvent::Stream>()) {
       if (auto toolUse = stream->event.as<StreamEvent::ToolUse>()) {
         say({"tool:", toolUse->name});

@@ -72,6 +72,33 @@ TEST(Selftest, RunsOneTurnWithTheStandInAgent) {
   EXPECT_NE(argv.find("You are Zorvane, an agent bonded to"), std::string::npos);
 }
 
+// With the stand-ins in the user's own bin folder, --discover lists them in catalogue
+// order, each driveable, and a selftest runs a turn with each of the three agents.
+TEST(Selftest, DiscoversAndDrivesEveryAgent) {
+  testing::TempDir home, folder;
+  folder.write("a.txt", "hello");
+  for (const char* agent : {"pi", "codex", "claude"}) {
+    std::string link = home.file(".local/bin/") + agent;
+    ::mkdir(home.file(".local").c_str(), 0755);
+    ::mkdir(home.file(".local/bin").c_str(), 0755);
+    ASSERT_EQ(::symlink((kFixtureBin + "/" + agent).c_str(), link.c_str()), 0);
+  }
+  ProcessRun listing = runZorvane({"--discover"}, "/usr/bin:/bin", home.path());
+  EXPECT_EQ(listing.code, 0);
+  EXPECT_EQ(listing.out, "claude\t" + home.file(".local/bin/claude") + "\tready\n" +
+                         "codex\t" + home.file(".local/bin/codex") + "\tready\n" +
+                         "pi\t" + home.file(".local/bin/pi") + "\tready\n");
+
+  for (const char* agent : {"codex", "pi"}) {
+    SCOPED_TRACE(agent);
+    ProcessRun run = runZorvane({"--selftest", folder.path(), "--agent", agent}, "/usr/bin:/bin", home.path());
+    EXPECT_EQ(run.code, 0) << run.out << run.err;
+    EXPECT_TRUE(run.out.starts_with("target: folder:" + folder.path() + " agent: " + agent)) << run.out;
+    EXPECT_TRUE(run.out.ends_with("\noutcome: answer(echo: Rename a.txt to b.txt with mv, then reply DONE. (turn 1))\n"))
+        << run.out;
+  }
+}
+
 // Every way a selftest can't start gives one clear line and a non-zero exit.
 TEST(Selftest, RefusesWhatItCantRun) {
   testing::TempDir home, folder, emptyBin, brokenBin;

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "core/agent/stream_event.h"
+#include "core/base/environment.h"
 #include "core/base/expected.h"
 
 namespace zorvane {
@@ -38,5 +39,10 @@ class AgentTransport {
     if (onEvent) onEvent(event);
   }
 };
+
+// The environment an agent tool runs in: `base` with the tool's own folder and the usual
+// install folders ahead of PATH, so a tool finds its siblings (node next to a CLI, say)
+// even when this program was started from the desktop with a short PATH.
+Environment agentEnvironment(const std::string& executable, Environment base);
 
 }  // namespace zorvane

@@ -3,7 +3,6 @@
 #include "core/agent/session_launch.h"
 #include "core/base/file_io.h"
 #include "core/base/log.h"
-#include "core/base/paths.h"
 #include "core/base/utf8.h"
 
 namespace zorvane {
@@ -18,12 +17,8 @@ std::shared_ptr<ClaudeSession> ClaudeSession::create(const std::string& executab
       new ClaudeSession(executable, std::move(arguments), workingDirectory, queue));
 }
 
-Environment ClaudeSession::childEnvironment(const std::string& executable, Environment env) {
-  std::string folder = executable.substr(0, executable.rfind('/'));
-  if (folder.empty()) folder = "/";
-  std::string path = folder + ":" + Paths::home() + "/.local/bin:/usr/local/bin:" +
-                     env.get("PATH").value_or("/usr/bin:/bin:/usr/sbin:/sbin");
-  env.set("PATH", path);
+Environment ClaudeSession::childEnvironment(const std::string& executable, Environment base) {
+  Environment env = agentEnvironment(executable, std::move(base));
   if (!env.contains("MCP_TOOL_TIMEOUT")) env.set("MCP_TOOL_TIMEOUT", "900000");
   return env;
 }

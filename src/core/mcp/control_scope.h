@@ -1,0 +1,61 @@
+// ControlScope: the small JSON file through which the application tells one agent's
+// tool server what it may touch: the windows in reach (index 0 the bonded one), the
+// piece it belongs to, and two switches. The application writes it atomically; the tool
+// server reads it anew at every tool call, so a change applies on the next call.
+//
+// `load` never fails: a missing, unreadable or undecodable file is an empty scope (no
+// entries, no piece, switches off). `save` never reports: a failed save leaves the old
+// file whole.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/base/json_value.h"
+#include "core/base/uuid.h"
+#include "core/targets/target.h"
+
+namespace zorvane {
+
+struct ControlScope {
+  struct Entry {
+    std::string name;      // what the agent reads: the target's display name
+    std::string kind;      // a free label: "browser tab", "app window", ...
+    uint32_t windowID = 0;
+    std::string bundleID;  // a browser's raw value makes the entry a browser
+    std::optional<std::string> url;
+
+    friend bool operator==(const Entry&, const Entry&) = default;
+  };
+
+  std::vector<Entry> entries;
+  std::optional<UUID> pieceID;
+  std::optional<bool> allWindows;  // true: every window of the desktop is in reach
+  std::optional<bool> gate;        // true: the tool server asks the user before gated tools
+  std::optional<std::string> workDir;  // where run_command runs
+
+  ControlScope() = default;
+  // Entries for the targets that have a window (tabs and windows), in order.
+  ControlScope(const std::vector<Target>& targets, std::optional<UUID> pieceID);
+
+  static ControlScope load(const std::string& path);
+  void save(const std::string& path) const;
+
+  // Compact JSON, keys in the order of the fields above, absent fields left out.
+  std::string encoded() const;
+  // Fails when `entries` is missing or any present field has the wrong type.
+  static Expected<ControlScope> decode(const JSONValue& value);
+
+  // The entry a tool's `target` argument names: the first for none or blank text; an
+  // in-range index; else the first whose name or bundle id contains the text, ignoring case.
+  std::optional<Entry> entry(const std::optional<std::string>& target) const;
+
+  // What list_targets shows: one line per entry, or how to attach one.
+  std::string listing() const;
+
+  friend bool operator==(const ControlScope&, const ControlScope&) = default;
+};
+
+}  // namespace zorvane
