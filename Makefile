@@ -1,13 +1,14 @@
 # Entry points for building and testing. The scripts under scripts/ do the work.
+#
+#   make build | make test
+#   make real-claude-test | real-codex-test | real-pi-test | real-agents-test
+#       install the pinned agent CLI outside the repository (~/.cache/zorvane-tools),
+#       build, and run Zorvane's selftest against it, offline, with a scripted model
+#       server on loopback.
 
-CLAUDE_CODE_VERSION := 2.1.330
-TOOLS_DIR ?= $(HOME)/.cache/zorvane-tools
-CLAUDE_PREFIX := $(TOOLS_DIR)/claude
-CLAUDE_BIN := $(CLAUDE_PREFIX)/node_modules/.bin/claude
-CLAUDE_PACKAGE_JSON := $(CLAUDE_PREFIX)/node_modules/@anthropic-ai/claude-code/package.json
 BUILD_DIR := $(or $(ZORVANE_BUILD_DIR),build)
 
-.PHONY: build test real-claude-test install-real-claude
+.PHONY: build test real-claude-test real-codex-test real-pi-test real-agents-test
 
 build:
 	scripts/build.sh
@@ -15,17 +16,21 @@ build:
 test:
 	scripts/test.sh
 
-# The real agent CLI, pinned, installed outside the repository (never committed).
-install-real-claude:
-	@installed=$$(node -p "require('$(CLAUDE_PACKAGE_JSON)').version" 2>/dev/null || true); \
-	if [ -x "$(CLAUDE_BIN)" ] && [ "$$installed" = "$(CLAUDE_CODE_VERSION)" ]; then \
-	  echo "Claude Code $(CLAUDE_CODE_VERSION) already installed in $(CLAUDE_PREFIX)"; \
-	else \
-	  mkdir -p "$(CLAUDE_PREFIX)" && \
-	  npm install --prefix "$(CLAUDE_PREFIX)" --no-audit --no-fund \
-	    @anthropic-ai/claude-code@$(CLAUDE_CODE_VERSION); \
-	fi
+real-claude-test:
+	$(call real-agent-test,claude,CLAUDE)
 
-real-claude-test: install-real-claude
-	scripts/build.sh
-	ZORVANE_REAL_CLAUDE="$(CLAUDE_BIN)" ctest --test-dir "$(BUILD_DIR)" -R integration.real_claude --output-on-failure
+real-codex-test:
+	$(call real-agent-test,codex,CODEX)
+
+real-pi-test:
+	$(call real-agent-test,pi,PI)
+
+real-agents-test: real-claude-test real-codex-test real-pi-test
+
+# $(1): the agent id, $(2): its variable suffix (ZORVANE_REAL_<suffix> names the CLI).
+define real-agent-test
+	@scripts/install-deps.sh
+	@tool=$$(scripts/install-agent-cli.sh $(1)) && \
+	  scripts/build.sh && \
+	  ZORVANE_REAL_$(2)="$$tool" ctest --test-dir "$(BUILD_DIR)" -R integration.real_$(1) --output-on-failure
+endef

@@ -63,7 +63,10 @@ std::vector<std::string> AgentLaunch::piArguments(const std::string& prompt,
                                    "--session-dir", sessions, "--append-system-prompt", systemPrompt};
   if (model && !model->empty()) args.insert(args.end(), {"--model", *model});
   if (resumeID) args.insert(args.end(), {"--session", *resumeID});
-  args.push_back(prompt);
+  // Pi reads an argument starting with "-" as an option and one starting with "@" as a
+  // file to attach; a leading blank keeps the prompt a prompt.
+  bool looksSpecial = !prompt.empty() && (prompt[0] == '-' || prompt[0] == '@');
+  args.push_back(looksSpecial ? " " + prompt : prompt);
   return args;
 }
 

@@ -51,7 +51,9 @@ TEST(AgentLaunch, PiArguments) {
   auto firstWithModel = launchFor(AgentKind::pi(), "sonnet").piArguments("--looks-like-a-flag", std::nullopt);
   EXPECT_EQ(std::count(firstWithModel.begin(), firstWithModel.end(), "--session"), 0);
   EXPECT_EQ(std::vector<std::string>(firstWithModel.end() - 3, firstWithModel.end()),
-            (std::vector<std::string>{"--model", "sonnet", "--looks-like-a-flag"}));
+            (std::vector<std::string>{"--model", "sonnet", " --looks-like-a-flag"}))
+      << "a prompt that looks like an option or a file stays a prompt";
+  EXPECT_EQ(launch.piArguments("@notes.txt", std::nullopt).back(), " @notes.txt");
   EXPECT_FALSE(launchFor(AgentKind::claude()).gated());
   EXPECT_TRUE(launch.gated());
 }
