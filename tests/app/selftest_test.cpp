@@ -21,6 +21,7 @@ ProcessRun runZorvane(const std::vector<std::string>& args, const std::string& p
   Environment env = Environment::current();
   env.set("PATH", path);
   env.set("HOME", home);
+  env.set("TMPDIR", home);  // the selftest keeps its session folder there
   env.unset("XDG_DATA_HOME");
   env.unset("XDG_STATE_HOME");
   env.unset("XDG_CONFIG_HOME");

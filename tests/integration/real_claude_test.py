@@ -63,6 +63,7 @@ def agent_environment(home, bin_dir, port):
            if not k.startswith(("ANTHROPIC_", "CLAUDE")) and k not in ("ZORVANE_IPC_SOCK", "MCP_TOOL_TIMEOUT")}
     env.update({
         "HOME": home,
+        "TMPDIR": home,  # the selftest keeps its session folder there
         "XDG_CONFIG_HOME": os.path.join(home, ".config"),
         "PATH": bin_dir + os.pathsep + os.environ.get("PATH", "/usr/bin:/bin"),
         "ANTHROPIC_BASE_URL": "http://127.0.0.1:%d" % port,

@@ -89,6 +89,7 @@ def agent_environment(home, bin_dir, agent_dir):
            if not k.startswith(dropped_prefixes) and k not in ("ZORVANE_IPC_SOCK",)}
     env.update({
         "HOME": home,
+        "TMPDIR": home,  # the selftest keeps its session folder there
         "XDG_CONFIG_HOME": os.path.join(home, ".config"),
         "PATH": bin_dir + os.pathsep + os.environ.get("PATH", "/usr/bin:/bin"),
         "PI_CODING_AGENT_DIR": agent_dir,

@@ -41,12 +41,12 @@ std::vector<std::string> AgentLaunch::codexArguments(const std::string& prompt,
   args.insert(args.end(), {"-c", "mcp_servers.zorvane.default_tools_approval_mode=\"approve\""});
   args.insert(args.end(), {"-c", "mcp_servers.zorvane.env_vars=[\"ZORVANE_IPC_SOCK\"]"});
   if (model && !model->empty()) args.insert(args.end(), {"-m", *model});
-  if (resumeID) {
-    args.insert(args.end(), {"resume", *resumeID, prompt});
-  } else {
-    // The system prompt goes with the first turn only; the thread keeps it.
-    args.push_back(systemPrompt + "\n\n---\n\n" + prompt);
-  }
+  // The system prompt goes with the first turn only; the thread keeps it. A prompt that
+  // begins with "-" would be read as an option: "--" ends the options before it.
+  std::string text = resumeID ? prompt : systemPrompt + "\n\n---\n\n" + prompt;
+  if (resumeID) args.insert(args.end(), {"resume", *resumeID});
+  if (text.starts_with('-')) args.push_back("--");
+  args.push_back(text);
   return args;
 }
 

@@ -30,6 +30,10 @@ TEST(AgentLaunch, CodexArguments) {
   EXPECT_EQ(std::vector<std::string>(resumed.end() - 3, resumed.end()),
             (std::vector<std::string>{"resume", "thread-1", "next"}));
   EXPECT_EQ(std::count(resumed.begin(), resumed.end(), "-m"), 0);
+  auto dashed = launchFor(AgentKind::codex()).codexArguments("-v is what flag?", std::string("thread-1"));
+  EXPECT_EQ(std::vector<std::string>(dashed.end() - 4, dashed.end()),
+            (std::vector<std::string>{"resume", "thread-1", "--", "-v is what flag?"}))
+      << "a prompt that looks like an option stays the prompt";
 }
 
 // Pi: the extension, an allow-list of exact tool names, the system prompt every turn,

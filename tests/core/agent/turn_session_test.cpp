@@ -68,7 +68,7 @@ TEST_F(TurnSessionTest, CodexContinuesItsThread) {
   EXPECT_EQ(turn(*session, "first"), Outcome::answer("echo: first (turn 1)"));
   auto thread = session->externalSessionID();
   ASSERT_TRUE(thread);
-  EXPECT_EQ(turn(*session, "second"), Outcome::answer("echo: second (turn 2)"));
+  EXPECT_EQ(turn(*session, "-second"), Outcome::answer("echo: -second (turn 2)"));
   EXPECT_EQ(session->externalSessionID(), thread);
 
   auto restored = make(AgentKind::codex(), thread);

@@ -1,0 +1,57 @@
+#!/usr/bin/env bash
+# Installs one of the agent command-line tools Zorvane drives, at its pinned version,
+# into ~/.cache/zorvane-tools/<name> (outside the repository, never committed), and
+# prints the path of its executable. Nothing is fetched when that version is there.
+#
+# Usage: scripts/install-agent-cli.sh claude|codex|pi
+# ZORVANE_TOOLS_DIR overrides ~/.cache/zorvane-tools.
+set -euo pipefail
+
+usage() {
+  echo "usage: $0 claude|codex|pi" >&2
+  exit 2
+}
+
+[ $# -eq 1 ] || usage
+name=$1
+case "$name" in
+  claude) package=@anthropic-ai/claude-code; version=2.1.330; bin=claude ;;
+  codex)  package=@openai/codex;             version=0.169.0; bin=codex ;;
+  pi)     package=@mariozechner/pi-coding-agent; version=0.73.1; bin=pi ;;
+  *) usage ;;
+esac
+
+tools_dir=${ZORVANE_TOOLS_DIR:-$HOME/.cache/zorvane-tools}
+prefix=$tools_dir/$name
+executable=$prefix/node_modules/.bin/$bin
+package_json=$prefix/node_modules/$package/package.json
+
+installed_version() {
+  [ -f "$package_json" ] || return 0
+  node -e 'try { process.stdout.write(String(require(process.argv[1]).version)) } catch (e) {}' \
+    "$package_json"
+}
+
+for tool in node npm; do
+  if ! command -v "$tool" >/dev/null 2>&1; then
+    echo "$0: $tool is not installed; install Node.js and npm first" >&2
+    exit 1
+  fi
+done
+
+if [ -x "$executable" ] && [ "$(installed_version)" = "$version" ]; then
+  echo "$name $version already installed in $prefix" >&2
+else
+  echo "installing $package@$version into $prefix" >&2
+  mkdir -p "$prefix"
+  # npm's own chatter goes to stderr: standard output carries only the path.
+  npm install --prefix "$prefix" --no-audit --no-fund "$package@$version" >&2
+  got=$(installed_version)
+  if [ "$got" != "$version" ] || [ ! -x "$executable" ]; then
+    echo "$0: installing $package@$version failed (found version '${got:-none}'," \
+      "executable $executable)" >&2
+    exit 1
+  fi
+fi
+
+echo "$executable"
