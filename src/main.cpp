@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "app/command_line.h"
+#include "app/control_server.h"
 #include "app/discover.h"
 #include "app/selftest.h"
 
@@ -13,8 +14,7 @@ int main(int argc, char** argv) {
     case RunMode::selftest:
       runSelftest(commandLine);
     case RunMode::toolServer:
-      fprintf(stderr, "zorvane: the tool server (--mcp) is not part of this build yet\n");
-      exitProcess(69);
+      ControlServer::run(commandLine);
     case RunMode::cloudTest:
       fprintf(stderr, "zorvane: the cloud routine check (--cloud-test) is not part of this build yet\n");
       exitProcess(69);

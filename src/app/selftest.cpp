@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "app/peer_server.h"
 #include "app/say.h"
 #include "app/agents.h"
 #include "core/agent/agent_factory.h"
@@ -19,6 +20,7 @@
 #include "core/base/log.h"
 #include "core/base/paths.h"
 #include "core/base/run_loop.h"
+#include "core/base/utf8.h"
 #include "core/base/uuid.h"
 
 namespace zorvane {
@@ -87,6 +89,20 @@ void runSelftest(const CommandLine& commandLine) {
     exitProcess(1);
   }
 
+  // A socket of its own, so the agent's tool server finds this run and not an
+  // application that may be running beside it.
+  std::string socketPath = Paths::temporaryDirectory() + "/zorvane-selftest-" + std::to_string(getpid()) + ".sock";
+  setenv("ZORVANE_IPC_SOCK", socketPath.c_str(), 1);
+  static PeerServer peers(
+      [say](const PeerRequest& request, const PeerServer::Completion& done) {
+        say({"gate:", PeerRequest::rawValue(request.op), request.to.value_or(""),
+             utf8Prefix(request.message.value_or(""), 120)});
+        bool approval = request.op == PeerRequest::Op::approve;
+        done({true, approval ? "allowed" : "selftest"});
+      },
+      loop);
+  (void)peers.start();  // a failure is logged; gated tools then report the app unreachable
+
   const Target& target = plan->target;
   std::string sessionFolder = Paths::temporaryDirectory() + "/zorvane-selftest-" + agentID;
   std::string scopePath = sessionFolder + "/scope.json";
@@ -120,7 +136,7 @@ void runSelftest(const CommandLine& commandLine) {
     exitProcess(1);
   }
   static std::shared_ptr<AgentTransport> session = std::move(*made);
-  session->onEvent = [say, target](const AgentEvent& event) {
+  session->onEvent = [say, target, socketPath](const AgentEvent& event) {
     if (auto stream = event.as<AgentEvent::Stream>()) {
       if (auto toolUse = stream->event.as<StreamEvent::ToolUse>()) {
         say({"tool:", toolUse->name});
@@ -134,6 +150,7 @@ void runSelftest(const CommandLine& commandLine) {
     } else if (auto finished = event.as<AgentEvent::Finished>()) {
       say({"outcome:", finished->outcome.description()});
       session->terminate();
+      ::unlink(socketPath.c_str());
       exitProcess(0);
     }
   };

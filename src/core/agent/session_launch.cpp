@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/base/platform_words.h"
 #include "core/mcp/zorvane_tools.h"
 
 namespace zorvane::SessionLaunch {
@@ -105,8 +106,9 @@ std::string systemPrompt(const Target& target, const std::vector<Target>& tentac
 }
 
 std::string desktopPrompt() {
-  return "You are Zorvane, the user's agent for their whole computer, opened from the top of the "
-         "screen. You are not bonded to one thing:\n"
+  return "You are Zorvane, the user's agent for their whole computer, opened from " +
+         std::string(PlatformWords::gooHome) +
+         ". You are not bonded to one thing:\n"
          "list_targets shows every open app window, and you can see and drive any of them with the "
          "zorvane tools (pass target=<index or app/window name>).\n"
          "Start with screenshot (and read_ui_tree for apps). Prefer press/set_value on element "
@@ -121,7 +123,7 @@ std::string desktopPrompt() {
          "schedule with create_schedule (when: daily HH:MM, weekdays HH:MM, mon,wed HH:MM, every "
          "30m, every 2h, once YYYY-MM-DD HH:MM, or events: new file in <folder> matching <glob>, "
          "app opens <App>, page changes <url> every 30m).\n"
-         "Be brief: answers show in a small chat panel at the top of the screen.";
+         "Be brief: answers show in a small chat panel at " + std::string(PlatformWords::gooHome) + ".";
 }
 
 std::string userMessage(const std::string& text) {

@@ -149,7 +149,7 @@ Expected<void> ChildProcess::start() {
     posix_spawn_file_actions_adddup2(&setup.actions, in.read, 0);
   }
   posix_spawn_file_actions_adddup2(&setup.actions, out.write, 1);
-  posix_spawn_file_actions_adddup2(&setup.actions, err.write, 2);
+  posix_spawn_file_actions_adddup2(&setup.actions, options_.stderrToStdout ? out.write : err.write, 2);
   if (!options_.workingDirectory.empty()) {
     posix_spawn_file_actions_addchdir_np(&setup.actions, options_.workingDirectory.c_str());
   }

@@ -40,6 +40,7 @@ class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
     std::string workingDirectory;         // empty: this process's current directory
     std::optional<Environment> environment;  // absent: this process's environment
     bool stdinFromNullDevice = false;     // no stdin pipe; the child reads /dev/null
+    bool stderrToStdout = false;          // one pipe for both, in the order written
   };
 
   static std::shared_ptr<ChildProcess> create(Options options,

@@ -1,0 +1,24 @@
+// The words the system says about the computer it runs on, where the plain words of a
+// text would be false on this desktop ("this Mac", "AppleScript", "Finder"). Texts for
+// the user and the agent take the words from here, so the two forms stay side by side.
+#pragma once
+
+#include <string_view>
+
+namespace zorvane::PlatformWords {
+
+// "this Mac"
+inline constexpr std::string_view thisComputer = "this computer";
+// "/bin/zsh -c": the user's own shell, as Paths::userShell() finds it.
+inline constexpr std::string_view commandShell = "the user's shell (-c)";
+// "open": the desktop's opener for files and addresses.
+inline constexpr std::string_view openCommand = "xdg-open";
+// "the notch": the goo's place at the top centre of the screen.
+inline constexpr std::string_view gooHome = "the top of the screen";
+// What run_applescript says on a desktop without AppleScript.
+inline constexpr std::string_view appleScriptMissing =
+    "AppleScript isn't available on this Linux desktop. Use run_command for shell commands "
+    "(xdg-open, gio, dbus-send, xdotool where installed), the click/type tools for apps, and "
+    "browser_eval for web pages.";
+
+}  // namespace zorvane::PlatformWords

@@ -1,0 +1,42 @@
+// WindowService: what the desktop tells about its windows — the list front to back and
+// the application that owns each. Implemented for X11 in x11/, in memory in fake/, and
+// by HeadlessWindowService where no desktop can be reached.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zorvane {
+
+struct WindowInfo {
+  uint32_t windowID = 0;
+  int32_t ownerPID = 0;  // 0 when the owner isn't known
+  double x = 0, y = 0, width = 0, height = 0;  // screen points, origin top left
+  int layer = 0;                                // 0 for normal application windows
+  std::string title;
+};
+
+struct ApplicationInfo {
+  std::string bundleID;  // the application's identifier ("" when unknown)
+  std::string name;      // what the user calls it ("" when unknown)
+};
+
+class WindowService {
+ public:
+  virtual ~WindowService() = default;
+  // The windows on screen, front to back.
+  virtual std::vector<WindowInfo> windows() = 0;
+  // The application that runs as this process, if it is one the desktop knows.
+  virtual std::optional<ApplicationInfo> application(int32_t pid) = 0;
+};
+
+// A desktop with no windows: the tool server's view when no display can be reached.
+class HeadlessWindowService final : public WindowService {
+ public:
+  std::vector<WindowInfo> windows() override { return {}; }
+  std::optional<ApplicationInfo> application(int32_t) override { return std::nullopt; }
+};
+
+}  // namespace zorvane
