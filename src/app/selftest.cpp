@@ -11,6 +11,7 @@
 #include "app/peer_server.h"
 #include "app/say.h"
 #include "app/agents.h"
+#include "core/agent/action_policy.h"
 #include "core/agent/agent_factory.h"
 #include "core/agent/agent_launch.h"
 #include "core/mcp/control_scope.h"
@@ -22,6 +23,7 @@
 #include "core/base/run_loop.h"
 #include "core/base/utf8.h"
 #include "core/base/uuid.h"
+#include "core/learn/demo_check.h"
 
 namespace zorvane {
 
@@ -72,6 +74,8 @@ void runSelftest(const CommandLine& commandLine) {
     say({plan.error()});
     exitProcess(1);
   }
+  // "@learn-demo <folder>": the agent gets the prompt compiled from a fixed recording.
+  if (auto demo = DemoCheck::prompt(plan->prompt)) plan->prompt = std::move(*demo);
 
   static RunLoop loop;
   MainQueue::setMain(&loop);
@@ -144,8 +148,9 @@ void runSelftest(const CommandLine& commandLine) {
         say({"  tool error"});
       }
     } else if (auto permission = event.as<AgentEvent::Permission>()) {
-      // The selftest allows every request; the line shows what it answered.
-      say({"permission:", permission->request.toolName, "allow"});
+      // The line shows what the policy would decide; the selftest allows every request.
+      Decision decision = ActionPolicy{{target}}.decide(permission->request.toolName, permission->request.input);
+      say({"permission:", permission->request.toolName, decision.description()});
       session->respond(permission->request, true);
     } else if (auto finished = event.as<AgentEvent::Finished>()) {
       say({"outcome:", finished->outcome.description()});

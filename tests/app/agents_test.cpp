@@ -63,7 +63,7 @@ TEST(Agents, StatusAndShellLimits) {
   EXPECT_EQ(Agents::missingClaudeFlags("/nonexistent/claude").size(), 8u);
 
   EXPECT_EQ(Agents::shell("/nonexistent/tool", {}), "");
-  EXPECT_EQ(Agents::shell(dir.file("hang"), {}, 0.5), "started\n\xEF\xBF\xBD\n");
+  EXPECT_EQ(Agents::shell(dir.file("hang"), {}, 2), "started\n\xEF\xBF\xBD\n");
 }
 
 }  // namespace
