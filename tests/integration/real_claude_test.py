@@ -4,9 +4,11 @@
 Usage: real_claude_test.py <path-to-zorvane-executable>
 
 The real tool runs fully offline: its model is tests/fixtures/model_server.py on
-loopback, scripted to ask for `mv a.txt b.txt` through Bash and then say DONE. The
-selftest must see the permission request, allow it, and end with that answer, and the
-file must really have been renamed.
+loopback, scripted to call Zorvane's run_command tool (mcp__zorvane__run_command) with
+`mv a.txt b.txt` and then say DONE. The real tool starts `zorvane --mcp` from the
+--mcp-config it was given and asks for permission first (the tool isn't in the --settings
+allow list); the selftest must see that request, allow it, and end with that answer. The
+file must really have been renamed, by our tool server: its result goes back to the model.
 
 Exit codes: 0 pass, 1 fail, 77 skipped (the real tool isn't installed).
 """
@@ -28,8 +30,9 @@ DEFAULT_CLI = os.path.expanduser("~/.cache/zorvane-tools/claude/node_modules/.bi
 SELFTEST_TIMEOUT = 200
 SERVER_LIFETIME = 260
 
+TOOL = "mcp__zorvane__run_command"
 SCRIPT = [
-    {"toolUse": {"name": "Bash", "input": {"command": "mv a.txt b.txt", "description": "Rename"}}},
+    {"toolUse": {"name": TOOL, "input": {"command": "mv a.txt b.txt", "why": "Rename a.txt to b.txt"}}},
     {"text": "DONE"},
 ]
 
@@ -80,11 +83,16 @@ def run_selftest(zorvane, folder, env):
                             start_new_session=True)
     try:
         out, err = proc.communicate(timeout=SELFTEST_TIMEOUT)
-        return proc.returncode, out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), False
+        result = proc.returncode, False
     except subprocess.TimeoutExpired:
         os.killpg(proc.pid, signal.SIGKILL)
         out, err = proc.communicate()
-        return None, out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), True
+        result = None, True
+    try:  # anything of the run still alive in its group (a tool server, say) goes too
+        os.killpg(proc.pid, signal.SIGKILL)
+    except (ProcessLookupError, PermissionError):
+        pass
+    return result[0], out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), result[1]
 
 
 def read_log(log_path):
@@ -112,8 +120,19 @@ def summarize(entry):
                                               entry.get("kind"), entry.get("step"), last)
 
 
-def saw_tool_result(entries):
-    """Whether a main request carried a non-error result of a Bash tool use back to the model."""
+def told_of_tool(entries, name):
+    """Whether the first main request, made before any tool call, names the tool: in its
+    tools, or (as the tool now does with MCP tools) in its list of deferred tools, whose
+    schemas the model loads through ToolSearch."""
+    for entry in entries:
+        if entry.get("kind") == "main" and isinstance(entry.get("body"), dict):
+            return name in json.dumps(entry["body"])
+    return False
+
+
+def tool_results(entries):
+    """The tool results the main requests carried back to the model: (is_error, text)."""
+    results = []
     for entry in entries:
         body = entry.get("body")
         if entry.get("kind") != "main" or not isinstance(body, dict):
@@ -121,10 +140,15 @@ def saw_tool_result(entries):
         for message in body.get("messages") or []:
             content = message.get("content") if isinstance(message, dict) else None
             for block in content if isinstance(content, list) else []:
-                if isinstance(block, dict) and block.get("type") == "tool_result" \
-                        and block.get("is_error") is not True:
-                    return True
-    return False
+                if not isinstance(block, dict) or block.get("type") != "tool_result":
+                    continue
+                inner = block.get("content")
+                if isinstance(inner, list):
+                    text = "".join(b.get("text", "") for b in inner if isinstance(b, dict))
+                else:
+                    text = inner if isinstance(inner, str) else ""
+                results.append((block.get("is_error") is True, text))
+    return results
 
 
 def main(argv):
@@ -168,19 +192,28 @@ def main(argv):
             failures.append("exit code %s, expected 0" % code)
         if not any(l.startswith("target: folder:") for l in lines):
             failures.append('no line starting "target: folder:"')
-        if not any(l.startswith("permission: Bash") for l in lines):
-            failures.append('no line starting "permission: Bash"')
+        if not told_of_tool(entries, TOOL):
+            failures.append("the model was never told of %s (the tool server did not start "
+                            "or was not configured)" % TOOL)
+        if not any(l.startswith("permission: %s " % TOOL) for l in lines):
+            failures.append('no line starting "permission: %s "' % TOOL)
+        if "tool: " + TOOL not in lines:
+            failures.append('no line "tool: %s"' % TOOL)
         if not lines or not lines[-1].startswith("outcome: answer") or "DONE" not in lines[-1]:
             failures.append('last line is not "outcome: answer(...DONE...)": %r' % (lines[-1] if lines else ""))
         if not os.path.exists(os.path.join(folder, "b.txt")):
             failures.append("b.txt was not created")
         if os.path.exists(os.path.join(folder, "a.txt")):
             failures.append("a.txt is still there")
-        if not saw_tool_result(entries):
-            failures.append("the model server never received the Bash tool result")
+        # run_command's result starts "exit <status>": the command ran in our tool server.
+        results = tool_results(entries)
+        if not any(not is_error and text.startswith("exit 0") for is_error, text in results):
+            failures.append("the model never got a successful run_command result "
+                            "(tool results seen: %r)" % results[:5])
 
         if not failures:
             print("PASS: selftest against the real CLI in %.1f s (%d model requests)" % (elapsed, len(entries)))
+            print(out.rstrip())
             return 0
 
         keep = True

@@ -4,9 +4,12 @@
 Usage: real_codex_test.py <path-to-zorvane-executable>
 
 The real tool runs fully offline: its model provider is tests/fixtures/responses_server.py
-on loopback, scripted to answer DONE, set up in a throwaway CODEX_HOME. The selftest must
-end with that answer; on the way the tool must have offered Zorvane's tool server to the
-model and passed the first turn's prompt with the system prompt glued in front.
+on loopback, set up in a throwaway CODEX_HOME, scripted to call Zorvane's run_command tool
+with `mv a.txt b.txt` and then answer DONE. The tool starts `zorvane --mcp` from its
+-c mcp_servers.zorvane.* arguments; the call must go through the selftest's approval
+gate (a `gate:` line), rename the file, and come back to the model, and the selftest must
+end with DONE. On the way the first turn's prompt must carry the system prompt glued in
+front.
 
 Exit codes: 0 pass, 1 fail, 77 skipped (the real tool isn't installed).
 """
@@ -30,7 +33,9 @@ SERVER_LIFETIME = 260
 KEY_VARIABLE = "ZORVANE_TEST_MODEL_KEY"
 PROMPT_SEPARATOR = "\n\n---\n\n"
 
-SCRIPT = [{"text": "DONE"}]
+TOOL = "mcp__zorvane__run_command"
+ARGUMENTS = {"command": "mv a.txt b.txt", "why": "Rename a.txt to b.txt"}
+SCRIPT = [{"toolCall": {"name": TOOL, "arguments": ARGUMENTS}}, {"text": "DONE"}]
 
 # The provider is ours; retries are off and a dead server fails the turn at once instead
 # of being waited for (the tool otherwise reconnects for as long as it runs).
@@ -158,6 +163,18 @@ def user_texts(body):
     return texts
 
 
+def call_outputs(body):
+    """The outputs of function calls the request carries back to the model."""
+    outputs = []
+    for item in body.get("input") or []:
+        if isinstance(item, dict) and item.get("type") == "function_call_output":
+            output = item.get("output")
+            if isinstance(output, list):
+                output = "".join(p.get("text", "") for p in output if isinstance(p, dict))
+            outputs.append(output if isinstance(output, str) else json.dumps(output))
+    return outputs
+
+
 def summarize(entry):
     body = entry.get("body")
     detail = ""
@@ -218,12 +235,25 @@ def main(argv):
         if not lines or not lines[-1].startswith("outcome: answer") or "DONE" not in lines[-1]:
             failures.append('last line is not "outcome: answer(...DONE...)": %r'
                             % (lines[-1] if lines else ""))
+        if not any(l.startswith("gate: approve %s " % TOOL) and '"mv a.txt b.txt"' in l for l in lines):
+            failures.append('no line "gate: approve %s {...mv a.txt b.txt...}"' % TOOL)
+        if "tool: " + TOOL not in lines:
+            failures.append('no line "tool: %s"' % TOOL)
+        if not os.path.exists(os.path.join(folder, "b.txt")):
+            failures.append("b.txt was not created")
+        if os.path.exists(os.path.join(folder, "a.txt")):
+            failures.append("a.txt is still there")
         if not bodies:
             failures.append("the real CLI never asked the model server")
         else:
             if not any("mcp__zorvane" in offered_namespaces(b) for b in bodies):
                 failures.append("Zorvane's tool server was never offered to the model "
                                 "(no mcp__zorvane tools: it failed to start or was not configured)")
+            # run_command's result starts "exit <status>": the command ran in our tool server.
+            outputs = [o for b in bodies for o in call_outputs(b)]
+            if not any("exit 0" in o for o in outputs):
+                failures.append("the model never got a successful run_command result "
+                                "(call outputs seen: %r)" % outputs[:5])
             first_texts = user_texts(bodies[0])
             if not first_texts or PROMPT_SEPARATOR not in first_texts[-1]:
                 failures.append("the first turn's prompt did not carry the system prompt "
@@ -232,6 +262,7 @@ def main(argv):
         if not failures:
             print("PASS: codex selftest against the real CLI in %.1f s (%d model requests)"
                   % (elapsed, len(entries)))
+            print(out.rstrip())
             return 0
 
         keep = True

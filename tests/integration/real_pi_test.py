@@ -5,9 +5,12 @@ Usage: real_pi_test.py <path-to-zorvane-executable>
 
 The real tool runs fully offline: a throwaway agent folder (PI_CODING_AGENT_DIR) holds a
 models.json whose only provider is tests/fixtures/model_server.py on loopback, scripted
-to answer DONE; HOME is a throwaway folder too, and PI_OFFLINE=1 keeps Pi from any
-startup network traffic. A `pi` symlink first on PATH points at the real CLI. The
-selftest must end with that answer, and the model server must really have been asked.
+to call mcp__zorvane__run_command with `mv a.txt b.txt` and then answer DONE; HOME is a
+throwaway folder too, and PI_OFFLINE=1 keeps Pi from any startup network traffic. A `pi`
+symlink first on PATH points at the real CLI. Our extension starts `zorvane --mcp` from
+the session folder's .mcp.json; the call must go through the selftest's approval gate (a
+`gate:` line), rename the file and come back to the model, and the selftest must end
+with DONE.
 
 The real CLI is ZORVANE_REAL_PI if set, else ~/.cache/zorvane-tools/pi/node_modules/.bin/pi.
 
@@ -32,7 +35,11 @@ SELFTEST_TIMEOUT = 200
 SERVER_LIFETIME = 260
 MODEL_ID = "scripted-model"
 
-SCRIPT = [{"text": "DONE"}]
+TOOL = "mcp__zorvane__run_command"
+SCRIPT = [
+    {"toolUse": {"name": TOOL, "input": {"command": "mv a.txt b.txt", "why": "Rename a.txt to b.txt"}}},
+    {"text": "DONE"},
+]
 
 
 def find_cli():
@@ -105,11 +112,16 @@ def run_selftest(zorvane, folder, env):
                             stderr=subprocess.PIPE, env=env, start_new_session=True)
     try:
         out, err = proc.communicate(timeout=SELFTEST_TIMEOUT)
-        return proc.returncode, out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), False
+        result = proc.returncode, False
     except subprocess.TimeoutExpired:
         os.killpg(proc.pid, signal.SIGKILL)
         out, err = proc.communicate()
-        return None, out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), True
+        result = None, True
+    try:  # anything of the run still alive in its group (a tool server, say) goes too
+        os.killpg(proc.pid, signal.SIGKILL)
+    except (ProcessLookupError, PermissionError):
+        pass
+    return result[0], out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), result[1]
 
 
 def read_log(log_path):
@@ -130,6 +142,27 @@ def offered_tools(entry):
     body = entry.get("body")
     tools = body.get("tools") if isinstance(body, dict) else None
     return [t.get("name") for t in tools or [] if isinstance(t, dict)]
+
+
+def tool_results(entries):
+    """The tool results the main requests carried back to the model: (is_error, text)."""
+    results = []
+    for entry in entries:
+        body = entry.get("body")
+        if entry.get("kind") != "main" or not isinstance(body, dict):
+            continue
+        for message in body.get("messages") or []:
+            content = message.get("content") if isinstance(message, dict) else None
+            for block in content if isinstance(content, list) else []:
+                if not isinstance(block, dict) or block.get("type") != "tool_result":
+                    continue
+                inner = block.get("content")
+                if isinstance(inner, list):
+                    text = "".join(b.get("text", "") for b in inner if isinstance(b, dict))
+                else:
+                    text = inner if isinstance(inner, str) else ""
+                results.append((block.get("is_error") is True, text))
+    return results
 
 
 def summarize(entry):
@@ -194,6 +227,19 @@ def main(argv):
             failures.append('no line starting "target:"')
         if not lines or not lines[-1].startswith("outcome: answer") or "DONE" not in lines[-1]:
             failures.append('last line is not "outcome: answer(...DONE...)": %r' % (lines[-1] if lines else ""))
+        if not any(l.startswith("gate: approve %s " % TOOL) and '"mv a.txt b.txt"' in l for l in lines):
+            failures.append('no line "gate: approve %s {...mv a.txt b.txt...}"' % TOOL)
+        if "tool: " + TOOL not in lines:
+            failures.append('no line "tool: %s"' % TOOL)
+        if not os.path.exists(os.path.join(folder, "b.txt")):
+            failures.append("b.txt was not created")
+        if os.path.exists(os.path.join(folder, "a.txt")):
+            failures.append("a.txt is still there")
+        # run_command's result starts "exit <status>": the command ran in our tool server.
+        results = tool_results(entries)
+        if not any(not is_error and text.startswith("exit 0") for is_error, text in results):
+            failures.append("the model never got a successful run_command result "
+                            "(tool results seen: %r)" % results[:5])
         if not main_requests:
             failures.append("the model server was never asked for the main conversation")
         elif main_requests[0].get("body", {}).get("model") != MODEL_ID:
@@ -205,6 +251,7 @@ def main(argv):
                                 if isinstance(n, str) and n.startswith("mcp__zorvane__")})
             print("PASS: selftest against the real Pi CLI in %.1f s (%d model requests, %d Zorvane tools offered)"
                   % (elapsed, len(entries), len(mcp_tools)))
+            print(out.rstrip())
             return 0
 
         keep = True
