@@ -31,8 +31,9 @@ std::string AgentLaunch::piExtensionPath() const {
 
 // Codex 0.169. Besides the server's command and arguments, the server's tools are
 // approved up front (`codex exec` never asks, and would refuse every call: this
-// program's tool server gates them itself), and the socket variable is passed through
-// (Codex hands MCP servers only a few variables of its own choosing).
+// program's tool server gates them itself), the socket variable is passed through
+// (Codex hands MCP servers only a few variables of its own choosing), and the call
+// limit is raised to the approval's.
 std::vector<std::string> AgentLaunch::codexArguments(const std::string& prompt,
                                                      const std::optional<std::string>& resumeID) const {
   std::vector<std::string> args = {"exec", "--json", "--skip-git-repo-check", "-s", "read-only", "-C", workDir};
@@ -40,6 +41,9 @@ std::vector<std::string> AgentLaunch::codexArguments(const std::string& prompt,
   args.insert(args.end(), {"-c", "mcp_servers.zorvane.args=[\"--mcp\", \"--scope\", " + quotedPath(scopePath) + "]"});
   args.insert(args.end(), {"-c", "mcp_servers.zorvane.default_tools_approval_mode=\"approve\""});
   args.insert(args.end(), {"-c", "mcp_servers.zorvane.env_vars=[\"ZORVANE_IPC_SOCK\"]"});
+  // A gated call waits for the user's approval up to 15 minutes; Codex's own limit on a
+  // tool call (a minute by default) must not cut that short.
+  args.insert(args.end(), {"-c", "mcp_servers.zorvane.tool_timeout_sec=900"});
   if (model && !model->empty()) args.insert(args.end(), {"-m", *model});
   // The system prompt goes with the first turn only; the thread keeps it. A prompt that
   // begins with "-" would be read as an option: "--" ends the options before it.

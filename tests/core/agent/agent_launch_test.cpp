@@ -20,7 +20,8 @@ TEST(AgentLaunch, CodexArguments) {
       "-c", "mcp_servers.zorvane.command=\"/opt/zorvane/zorvane\"",
       "-c", R"(mcp_servers.zorvane.args=["--mcp", "--scope", "/s/sess/sc\\ope \"1\".json"])",
       "-c", "mcp_servers.zorvane.default_tools_approval_mode=\"approve\"",
-      "-c", "mcp_servers.zorvane.env_vars=[\"ZORVANE_IPC_SOCK\"]", "-m", "gpt-5"};
+      "-c", "mcp_servers.zorvane.env_vars=[\"ZORVANE_IPC_SOCK\"]",
+      "-c", "mcp_servers.zorvane.tool_timeout_sec=900", "-m", "gpt-5"};
   auto expectedFirst = head;
   expectedFirst.push_back("SYSTEM\n\n---\n\ndo it");
   EXPECT_EQ(first, expectedFirst);
