@@ -16,26 +16,16 @@ Exit codes: 0 pass, 1 fail, 77 skipped (the real tool isn't installed).
 
 import json
 import os
-import select
-import shutil
-import signal
-import subprocess
 import sys
-import tempfile
-import time
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-FIXTURES = os.path.join(os.path.dirname(HERE), "fixtures")
-RESPONSES_SERVER = os.path.join(FIXTURES, "responses_server.py")
+import harness
+from harness import TOOL
+
 DEFAULT_CLI = os.path.expanduser("~/.cache/zorvane-tools/codex/node_modules/.bin/codex")
-SELFTEST_TIMEOUT = 200
-SERVER_LIFETIME = 260
 KEY_VARIABLE = "ZORVANE_TEST_MODEL_KEY"
 PROMPT_SEPARATOR = "\n\n---\n\n"
 
-TOOL = "mcp__zorvane__run_command"
-ARGUMENTS = {"command": "mv a.txt b.txt", "why": "Rename a.txt to b.txt"}
-SCRIPT = [{"toolCall": {"name": TOOL, "arguments": ARGUMENTS}}, {"text": "DONE"}]
+SCRIPT = [{"toolCall": {"name": TOOL, "arguments": harness.RENAME}}, {"text": "DONE"}]
 
 # The provider is ours; retries are off and a dead server fails the turn at once instead
 # of being waited for (the tool otherwise reconnects for as long as it runs).
@@ -60,31 +50,6 @@ unbounded_connection_retries = false
 """
 
 
-def find_cli():
-    path = os.environ.get("ZORVANE_REAL_CODEX") or DEFAULT_CLI
-    if os.path.isfile(path) and os.access(path, os.X_OK):
-        return os.path.abspath(path)
-    return None
-
-
-def start_responses_server(work):
-    script_path = os.path.join(work, "script.json")
-    with open(script_path, "w", encoding="utf-8") as f:
-        json.dump(SCRIPT, f)
-    log_path = os.path.join(work, "model.log")
-    server = subprocess.Popen(
-        [sys.executable, RESPONSES_SERVER, script_path, "--log", log_path,
-         "--lifetime", str(SERVER_LIFETIME)],
-        stdin=subprocess.DEVNULL, stdout=subprocess.PIPE)
-    ready, _, _ = select.select([server.stdout], [], [], 30)
-    first = server.stdout.readline().decode().strip() if ready else ""
-    if not first.isdigit():
-        server.kill()
-        server.wait()
-        raise RuntimeError("responses server did not report a port (got %r)" % first)
-    return server, int(first), log_path
-
-
 def write_codex_home(home, port):
     codex_home = os.path.join(home, ".codex")
     os.makedirs(codex_home)
@@ -93,53 +58,16 @@ def write_codex_home(home, port):
     return codex_home
 
 
-def agent_environment(home, codex_home, bin_dir):
-    env = {k: v for k, v in os.environ.items()
-           if not k.startswith(("CODEX_", "OPENAI_")) and k not in ("ZORVANE_IPC_SOCK",)}
-    env.update({
-        "HOME": home,
-        "TMPDIR": home,  # the selftest keeps its session folder there
-        "CODEX_HOME": codex_home,
-        "XDG_CONFIG_HOME": os.path.join(home, ".config"),
-        "XDG_DATA_HOME": os.path.join(home, ".local", "share"),
-        "XDG_STATE_HOME": os.path.join(home, ".local", "state"),
-        "PATH": bin_dir + os.pathsep + os.environ.get("PATH", "/usr/bin:/bin"),
-        KEY_VARIABLE: "dummy",
-    })
-    return env
-
-
-def run_selftest(zorvane, folder, env):
-    """Runs the selftest in its own process group, so a hung run takes its children along."""
-    proc = subprocess.Popen([zorvane, "--selftest", folder, "--agent", "codex"],
-                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.PIPE, env=env, start_new_session=True)
-    try:
-        out, err = proc.communicate(timeout=SELFTEST_TIMEOUT)
-        result = proc.returncode, False
-    except subprocess.TimeoutExpired:
-        os.killpg(proc.pid, signal.SIGKILL)
-        out, err = proc.communicate()
-        result = None, True
-    try:  # anything of the run still alive in its group (a tool server, say) goes too
-        os.killpg(proc.pid, signal.SIGKILL)
-    except (ProcessLookupError, PermissionError):
-        pass
-    return result[0], out.decode("utf-8", "replace"), err.decode("utf-8", "replace"), result[1]
-
-
-def read_log(log_path):
-    entries = []
-    try:
-        with open(log_path, encoding="utf-8") as f:
-            for line in f:
-                try:
-                    entries.append(json.loads(line))
-                except ValueError:
-                    pass
-    except OSError:
-        pass
-    return entries
+def agent_environment(work, codex_home):
+    home = work.home
+    return work.environment(
+        dropped_prefixes=("CODEX_", "OPENAI_"),
+        settings={
+            "CODEX_HOME": codex_home,
+            "XDG_DATA_HOME": os.path.join(home, ".local", "share"),
+            "XDG_STATE_HOME": os.path.join(home, ".local", "state"),
+            KEY_VARIABLE: "dummy",
+        })
 
 
 def main_bodies(entries):
@@ -184,65 +112,30 @@ def summarize(entry):
                                                  texts[-1][-200:] if texts else None)
     elif body:
         detail = repr(body)[:300]
-    return "%s %s kind=%s step=%s %s" % (entry.get("method"), entry.get("path"),
-                                         entry.get("kind"), entry.get("step"), detail)
+    return "%s %s" % (harness.entry_head(entry), detail)
 
 
 def main(argv):
-    if len(argv) != 1:
-        print("usage: real_codex_test.py <path-to-zorvane-executable>", file=sys.stderr)
-        return 1
-    zorvane = os.path.abspath(argv[0])
-    cli = find_cli()
-    if cli is None:
-        print("SKIPPED: real Codex CLI not installed "
-              "(scripts/install-agent-cli.sh codex installs it)")
-        return 77
-    if not os.access(zorvane, os.X_OK):
-        print("FAIL: zorvane executable not found at %s" % zorvane)
-        return 1
+    zorvane, cli, status = harness.arguments(
+        argv, "real_codex_test.py", "ZORVANE_REAL_CODEX", DEFAULT_CLI,
+        skipped="SKIPPED: real Codex CLI not installed "
+                "(scripts/install-agent-cli.sh codex installs it)")
+    if status is not None:
+        return status
 
-    work = tempfile.mkdtemp(prefix="zorvane-real-codex-")
-    server = None
-    keep = False
-    try:
-        folder = os.path.join(work, "folder")
-        home = os.path.join(work, "home")
-        bin_dir = os.path.join(work, "bin")
-        for d in (folder, home, bin_dir):
-            os.makedirs(d)
-        with open(os.path.join(folder, "a.txt"), "w", encoding="utf-8") as f:
-            f.write("selftest file\n")
-        os.symlink(cli, os.path.join(bin_dir, "codex"))
+    with harness.Workspace("zorvane-real-codex-", cli, "codex") as work:
+        port = work.start_server(harness.RESPONSES_SERVER, SCRIPT)
+        codex_home = write_codex_home(work.home, port)
+        run = work.run_selftest(zorvane, agent_environment(work, codex_home),
+                                agent_args=["--agent", "codex"])
 
-        server, port, log_path = start_responses_server(work)
-        codex_home = write_codex_home(home, port)
-        env = agent_environment(home, codex_home, bin_dir)
-        started = time.time()
-        code, out, err, timed_out = run_selftest(zorvane, folder, env)
-        elapsed = time.time() - started
-
-        lines = [l for l in out.splitlines() if l.strip()]
-        entries = read_log(log_path)
-        bodies = main_bodies(entries)
-        failures = []
-        if timed_out:
-            failures.append("selftest did not finish within %d s" % SELFTEST_TIMEOUT)
-        elif code != 0:
-            failures.append("exit code %s, expected 0" % code)
-        if not any(l.startswith("target: ") for l in lines):
+        # Exit 0 in time, a "tool:" line, DONE at the end, a.txt renamed to b.txt.
+        failures = harness.renamed_and_answered(run, work)
+        if not run.has_line_starting("target: "):
             failures.append('no line starting "target: "')
-        if not lines or not lines[-1].startswith("outcome: answer") or "DONE" not in lines[-1]:
-            failures.append('last line is not "outcome: answer(...DONE...)": %r'
-                            % (lines[-1] if lines else ""))
-        if not any(l.startswith("gate: approve %s " % TOOL) and '"mv a.txt b.txt"' in l for l in lines):
+        if not harness.gate_approved_rename(run):
             failures.append('no line "gate: approve %s {...mv a.txt b.txt...}"' % TOOL)
-        if "tool: " + TOOL not in lines:
-            failures.append('no line "tool: %s"' % TOOL)
-        if not os.path.exists(os.path.join(folder, "b.txt")):
-            failures.append("b.txt was not created")
-        if os.path.exists(os.path.join(folder, "a.txt")):
-            failures.append("a.txt is still there")
+        bodies = main_bodies(run.entries)
         if not bodies:
             failures.append("the real CLI never asked the model server")
         else:
@@ -259,30 +152,9 @@ def main(argv):
                 failures.append("the first turn's prompt did not carry the system prompt "
                                 "before the separator")
 
-        if not failures:
-            print("PASS: codex selftest against the real CLI in %.1f s (%d model requests)"
-                  % (elapsed, len(entries)))
-            print(out.rstrip())
-            return 0
-
-        keep = True
-        print("FAIL: " + "; ".join(failures))
-        print("--- zorvane stdout ---")
-        print(out.rstrip())
-        print("--- zorvane stderr (tail) ---")
-        print(err[-4000:].rstrip())
-        print("--- model server log (last %d of %d requests) ---"
-              % (min(10, len(entries)), len(entries)))
-        for entry in entries[-10:]:
-            print(summarize(entry))
-        print("--- work folder kept at %s ---" % work)
-        return 1
-    finally:
-        if server is not None:
-            server.kill()
-            server.wait()
-        if not keep:
-            shutil.rmtree(work, ignore_errors=True)
+        return work.report(run, failures, summarize=summarize, passed=(
+            "PASS: codex selftest against the real CLI in %.1f s (%d model requests)"
+            % (run.elapsed, len(run.entries))))
 
 
 if __name__ == "__main__":
