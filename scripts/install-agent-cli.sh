@@ -3,12 +3,17 @@
 # into ~/.cache/zorvane-tools/<name> (outside the repository, never committed), and
 # prints the path of its executable. Nothing is fetched when that version is there.
 #
-# Usage: scripts/install-agent-cli.sh claude|codex|pi
+# `mcp-sdk` is the official MCP TypeScript SDK, a library rather than a tool: the
+# independent client of tests/integration/mcp_sdk_client and the baseline server of
+# bench/ are built on it. For it the script prints its node_modules folder, the value
+# NODE_PATH wants.
+#
+# Usage: scripts/install-agent-cli.sh claude|codex|pi|mcp-sdk
 # ZORVANE_TOOLS_DIR overrides ~/.cache/zorvane-tools.
 set -euo pipefail
 
 usage() {
-  echo "usage: $0 claude|codex|pi" >&2
+  echo "usage: $0 claude|codex|pi|mcp-sdk" >&2
   exit 2
 }
 
@@ -18,13 +23,21 @@ case "$name" in
   claude) package=@anthropic-ai/claude-code; version=2.1.330; bin=claude ;;
   codex)  package=@openai/codex;             version=0.169.0; bin=codex ;;
   pi)     package=@mariozechner/pi-coding-agent; version=0.73.1; bin=pi ;;
+  # Keep in step with tests/integration/mcp_sdk_client/package.json.
+  mcp-sdk) package=@modelcontextprotocol/sdk;    version=1.32.2; bin= ;;
   *) usage ;;
 esac
 
 tools_dir=${ZORVANE_TOOLS_DIR:-$HOME/.cache/zorvane-tools}
 prefix=$tools_dir/$name
-executable=$prefix/node_modules/.bin/$bin
 package_json=$prefix/node_modules/$package/package.json
+if [ -n "$bin" ]; then
+  executable=$prefix/node_modules/.bin/$bin
+  present() { [ -x "$executable" ]; }
+else
+  executable=$prefix/node_modules
+  present() { [ -f "$package_json" ]; }
+fi
 
 installed_version() {
   [ -f "$package_json" ] || return 0
@@ -39,7 +52,7 @@ for tool in node npm; do
   fi
 done
 
-if [ -x "$executable" ] && [ "$(installed_version)" = "$version" ]; then
+if present && [ "$(installed_version)" = "$version" ]; then
   echo "$name $version already installed in $prefix" >&2
 else
   echo "installing $package@$version into $prefix" >&2
@@ -47,9 +60,9 @@ else
   # npm's own chatter goes to stderr: standard output carries only the path.
   npm install --prefix "$prefix" --no-audit --no-fund "$package@$version" >&2
   got=$(installed_version)
-  if [ "$got" != "$version" ] || [ ! -x "$executable" ]; then
+  if [ "$got" != "$version" ] || ! present; then
     echo "$0: installing $package@$version failed (found version '${got:-none}'," \
-      "executable $executable)" >&2
+      "looked for $executable)" >&2
     exit 1
   fi
 fi

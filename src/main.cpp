@@ -1,4 +1,5 @@
 // The process entry: reads the arguments once and enters one run mode, never to return.
+#include <csignal>
 #include <cstdio>
 
 #include "app/command_line.h"
@@ -9,6 +10,9 @@
 using namespace zorvane;
 
 int main(int argc, char** argv) {
+  // A pipe or socket whose reader went away (an agent that quit, a peer that gave up)
+  // is a failed write to handle, never a reason for this process to die.
+  signal(SIGPIPE, SIG_IGN);
   CommandLine commandLine(argc, argv);
   switch (commandLine.mode()) {
     case RunMode::selftest:

@@ -1,6 +1,7 @@
 #include "core/base/url.h"
 
-#include <curl/curl.h>
+#include "core/base/curl_library.h"
+
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,7 +14,7 @@ namespace zorvane {
 namespace {
 
 struct CurlURLDeleter {
-  void operator()(CURLU* handle) const { curl_url_cleanup(handle); }
+  void operator()(CURLU* handle) const { CurlLibrary::get()->urlCleanup(handle); }
 };
 using CurlURL = std::unique_ptr<CURLU, CurlURLDeleter>;
 
@@ -131,22 +132,25 @@ static std::optional<OpaqueParts> opaqueParts(std::string_view text) {
 
 // A libcurl handle holding `text`, or null when libcurl refuses it.
 static CurlURL curlHandle(const std::string& text) {
-  CurlURL handle(curl_url());
+  const CurlLibrary* curl = CurlLibrary::get();
+  if (curl == nullptr) return nullptr;
+  CurlURL handle(curl->url());
   if (!handle) return nullptr;
-  if (curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), kParseFlags) != CURLUE_OK) {
+  if (curl->urlSet(handle.get(), CURLUPART_URL, text.c_str(), kParseFlags) != CURLUE_OK) {
     return nullptr;
   }
   return handle;
 }
 
 static std::optional<std::string> curlPart(CURLU* handle, CURLUPart part) {
+  const CurlLibrary* curl = CurlLibrary::get();
   char* value = nullptr;
-  if (curl_url_get(handle, part, &value, 0) != CURLUE_OK || value == nullptr) {
-    curl_free(value);
+  if (curl->urlGet(handle, part, &value, 0) != CURLUE_OK || value == nullptr) {
+    curl->free(value);
     return std::nullopt;
   }
   std::string result(value);
-  curl_free(value);
+  curl->free(value);
   return result;
 }
 
@@ -160,7 +164,7 @@ static std::string rawPath(CURLU* handle) {
 static std::optional<std::string> replacingPath(const std::string& text, const std::string& path) {
   CurlURL handle = curlHandle(text);
   if (!handle) return std::nullopt;
-  if (curl_url_set(handle.get(), CURLUPART_PATH, path.c_str(), kParseFlags) != CURLUE_OK) {
+  if (CurlLibrary::get()->urlSet(handle.get(), CURLUPART_PATH, path.c_str(), kParseFlags) != CURLUE_OK) {
     return std::nullopt;
   }
   return curlPart(handle.get(), CURLUPART_URL);
@@ -316,7 +320,7 @@ std::optional<std::string> URL::withoutFragment() const {
   }
   CurlURL handle = curlHandle(absolute_);
   if (!handle) return std::nullopt;
-  if (curl_url_set(handle.get(), CURLUPART_FRAGMENT, nullptr, 0) != CURLUE_OK) return std::nullopt;
+  if (CurlLibrary::get()->urlSet(handle.get(), CURLUPART_FRAGMENT, nullptr, 0) != CURLUE_OK) return std::nullopt;
   std::optional<std::string> result = curlPart(handle.get(), CURLUPART_URL);
   if (!result || result->empty()) return std::nullopt;
   return result;

@@ -3,6 +3,9 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <utility>
+#include <vector>
+
 #include "core/base/line_buffer.h"
 
 namespace zorvane {
@@ -26,11 +29,35 @@ static std::string errorReply(const JSONValue& id, int code, const char* message
   return replyLine({{"jsonrpc", "2.0"}, {"id", id}, {"error", {{"code", code}, {"message", message}}}});
 }
 
+// Parsing a JSON value takes no stack, but copying and encoding one recurse once per
+// level: a line of a few hundred thousand brackets would overflow the stack. No real
+// request comes near this depth, so one that goes past it isn't read at all.
+static constexpr size_t kMaxNesting = 1000;
+
+// Whether `value` nests arrays and objects at most `limit` deep (a scalar is depth 0).
+// Walks with a stack of its own, for the reason above.
+static bool nestsWithin(const JSONValue& value, size_t limit) {
+  std::vector<std::pair<const JSONValue*, size_t>> pending{{&value, 0}};
+  while (!pending.empty()) {
+    auto [node, depth] = pending.back();
+    pending.pop_back();
+    if (!node->is_structured()) continue;
+    if (depth + 1 > limit) return false;
+    for (const JSONValue& child : *node) pending.emplace_back(&child, depth + 1);
+  }
+  return true;
+}
+
 std::optional<std::string> MCPServer::handle(std::string_view line) const {
   auto request = parseJSON(line);
   if (!request) return errorReply(nullptr, -32700, "Parse error");
   const JSONValue* id = subscript(*request, "id");
   if (id == nullptr || id->is_null()) return std::nullopt;  // a notification: no reply, no effect
+  if (!nestsWithin(*request, kMaxNesting)) {
+    // Refused like a line that doesn't parse; the id goes back if it is itself sane, so
+    // the agent's pending request ends at once.
+    return errorReply(nestsWithin(*id, kMaxNesting) ? *id : JSONValue(nullptr), -32700, "Parse error");
+  }
   const JSONValue* params = subscript(*request, "params");
   auto method = stringValue(subscript(*request, "method"));
   if (!method) return errorReply(*id, -32601, "Method not found");

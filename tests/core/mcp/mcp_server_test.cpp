@@ -91,6 +91,15 @@ TEST(MCPServer, CallsToolsAndReportsFailures) {
                                          {"isError", true}}));
   EXPECT_EQ(reply(server, R"({"id":3,"method":"tools/call","params":{"name":"crash"}})")["result"]["content"][0]["text"],
             "disk on fire");
+
+  // A request nested far deeper than any real one is refused, not crashed on, and its
+  // caller still hears back under its id.
+  std::string deep = R"({"id":9,"method":"tools/call","params":{"name":"x","arguments":{"a":)" +
+                     std::string(200000, '[') + std::string(200000, ']') + "}}}";
+  auto refused = reply(server, deep);
+  EXPECT_EQ(refused["id"], 9);
+  EXPECT_EQ(refused["error"]["code"], -32700);
+  EXPECT_EQ(calls.size(), 3u) << "the deep call never reached a tool";
 }
 
 // Over a real pipe: empty lines are skipped, CRLF is accepted, a huge line is refused
