@@ -5,7 +5,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build ccache pkg-config git
-  nlohmann-json3-dev libcurl4-openssl-dev uuid-dev
+  nlohmann-json3-dev libcurl4-openssl-dev uuid-dev libhowardhinnant-date-dev tzdata
   libgtest-dev libgmock-dev libbenchmark-dev
   python3
 )
