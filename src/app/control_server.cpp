@@ -8,7 +8,6 @@
 #include "core/base/paths.h"
 #include "core/base/platform_words.h"
 #include "core/base/run_loop.h"
-#include "core/base/url.h"
 #include "core/base/utf8.h"
 #include "core/mcp/peer_ipc.h"
 #include "core/mcp/zorvane_tools.h"
@@ -154,7 +153,12 @@ std::vector<MCPContent> writeFile(const std::string& path, const std::string& co
 
 void run(const CommandLine& commandLine) {
   std::optional<std::string> scopePath = commandLine.value("--scope");
-  if (scopePath) scopePath = URL::fileURL(*scopePath).path();  // absolute, as a file URL would make it
+  if (scopePath && !scopePath->starts_with('/')) {
+    // Relative to where the agent started us, made absolute once: the scope is re-read
+    // at every call.
+    char folder[4096];
+    if (getcwd(folder, sizeof folder) != nullptr) scopePath = std::string(folder) + "/" + *scopePath;
+  }
   HeadlessWindowService windows;
   ToolDispatch dispatch(scopePath, windows);
   MCPServer server(ZorvaneTools::specs(),
