@@ -15,6 +15,10 @@ inline constexpr std::string_view commandShell = "the user's shell (-c)";
 inline constexpr std::string_view openCommand = "xdg-open";
 // "the notch": the goo's place at the top centre of the screen.
 inline constexpr std::string_view gooHome = "the top of the screen";
+// "Terminal": where the user types a command ("Open Terminal, run ...").
+inline constexpr std::string_view terminal = "a terminal";
+// "the notch → Settings": where the settings are found.
+inline constexpr std::string_view settingsPlace = "Zorvane's panel at the top of the screen → Settings";
 // What run_applescript says on a desktop without AppleScript.
 inline constexpr std::string_view appleScriptMissing =
     "AppleScript isn't available on this Linux desktop. Use run_command for shell commands "
