@@ -38,21 +38,18 @@ std::optional<std::string> systemZoneName() {
 }
 
 // Zones are found by IANA name or by their path under zoneinfo; anything else is absent.
-TEST(Calendar, NamesZonesFromTheDatabase) {
+// The user's zone is $TZ when it names one (an empty TZ is UTC, as for the C library),
+// else the system's /etc/localtime.
+TEST(Calendar, NamesZonesAndFollowsTZThenTheSystemZone) {
   EXPECT_EQ(zone("Europe/Berlin").identifier(), "Europe/Berlin");
   EXPECT_EQ(Calendar::named("/usr/share/zoneinfo/America/New_York")->identifier(),
             "America/New_York");
-  EXPECT_EQ(Calendar::utc().identifier(), "UTC");
   for (const char* bad :
        {"", "Nope/Zone", "europe/berlin", "/etc/passwd", "CET-1CEST,M3.5.0,M10.5.0/3"}) {
     SCOPED_TRACE(bad);
     EXPECT_FALSE(Calendar::named(bad).has_value());
   }
-}
 
-// The user's zone is $TZ when it names one (an empty TZ is UTC, as for the C library),
-// else the system's /etc/localtime.
-TEST(Calendar, CurrentFollowsTZThenTheSystemZone) {
   std::string systemZone;
   {
     testing::ScopedEnv unset("TZ", std::nullopt);
@@ -61,12 +58,7 @@ TEST(Calendar, CurrentFollowsTZThenTheSystemZone) {
   if (auto linked = systemZoneName()) {
     EXPECT_EQ(systemZone, *linked);
   }
-
-  struct Case {
-    const char* tz;
-    std::string expected;
-  };
-  const Case cases[] = {
+  const std::pair<const char*, std::string> cases[] = {
       {"Asia/Tokyo", "Asia/Tokyo"},
       {":Europe/Berlin", "Europe/Berlin"},
       {"/usr/share/zoneinfo/America/New_York", "America/New_York"},
@@ -74,16 +66,16 @@ TEST(Calendar, CurrentFollowsTZThenTheSystemZone) {
       {"Nope/Zone", systemZone},
       {"CET-1CEST,M3.5.0,M10.5.0/3", systemZone},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.tz);
-    testing::ScopedEnv tz("TZ", c.tz);
-    EXPECT_EQ(Calendar::current().identifier(), c.expected);
+  for (const auto& [tz, expected] : cases) {
+    SCOPED_TRACE(tz);
+    testing::ScopedEnv scoped("TZ", tz);
+    EXPECT_EQ(Calendar::current().identifier(), expected);
   }
 }
 
-// Wall times resolve to instants in both zones, including the two hard cases of a
-// daylight-saving change: a time in the spring gap is read with the offset from before
-// the gap, and a time that the autumn repeats is its first occurrence.
+// Wall times resolve to instants, including the two hard cases of a daylight-saving
+// change: a time in the spring gap is read with the offset from before the gap, and a
+// time that the autumn repeats is its first occurrence.
 TEST(Calendar, ResolvesWallTimesAcrossDaylightSavingChanges) {
   struct Case {
     const char* zone;
@@ -92,16 +84,11 @@ TEST(Calendar, ResolvesWallTimesAcrossDaylightSavingChanges) {
     LocalDateTime readBack;  // what localTime shows at that instant
   };
   const Case cases[] = {
-      // Ordinary summer and winter days.
-      {"Europe/Berlin", {{2026, 7, 1}, 12, 0, 0}, "2026-07-01T10:00:00Z", {{2026, 7, 1}, 12, 0, 0}},
+      // An ordinary winter day: CET (+1).
       {"Europe/Berlin",
        {{2026, 1, 15}, 12, 0, 0},
        "2026-01-15T11:00:00Z",
        {{2026, 1, 15}, 12, 0, 0}},
-      {"America/New_York",
-       {{2026, 7, 1}, 12, 0, 0},
-       "2026-07-01T16:00:00Z",
-       {{2026, 7, 1}, 12, 0, 0}},
       // Berlin springs from 02:00 CET to 03:00 CEST on 29 March 2026: 02:30 doesn't exist.
       // Read as CET (+1) it is 01:30Z, which the clocks show as 03:30 CEST.
       {"Europe/Berlin",
@@ -144,11 +131,10 @@ TEST(Calendar, ResolvesWallTimesAcrossDaylightSavingChanges) {
 TEST(Calendar, HasNoInstantForImpossibleWallTimes) {
   Calendar berlin = zone("Europe/Berlin");
   const LocalDateTime bad[] = {
-      {{2026, 2, 29}, 9, 0, 0},   {{2026, 2, 30}, 9, 0, 0},      {{2026, 13, 1}, 9, 0, 0},
-      {{2026, 0, 1}, 9, 0, 0},    {{2026, 4, 31}, 9, 0, 0},      {{2026, 1, 0}, 9, 0, 0},
-      {{2026, 1, 1}, 24, 0, 0},   {{2026, 1, 1}, 9, 60, 0},      {{2026, 1, 1}, -1, 0, 0},
-      {{2026, 1, 1}, 9, 0, 60},   {{2300, 1, 1}, 9, 0, 0},       {{1600, 1, 1}, 9, 0, 0},
-      {{INT_MAX, 1, 1}, 9, 0, 0}, {{2026, 1, INT_MIN}, 9, 0, 0},
+      {{2026, 2, 29}, 9, 0, 0}, {{2026, 4, 31}, 9, 0, 0}, {{2026, 13, 1}, 9, 0, 0},
+      {{2026, 0, 1}, 9, 0, 0},  {{2026, 1, 0}, 9, 0, 0},  {{2026, 1, 1}, 24, 0, 0},
+      {{2026, 1, 1}, 9, 60, 0}, {{2026, 1, 1}, -1, 0, 0}, {{2026, 1, 1}, 9, 0, 60},
+      {{2300, 1, 1}, 9, 0, 0},  {{1600, 1, 1}, 9, 0, 0},  {{INT_MAX, 1, 1}, 9, 0, 0},
   };
   for (const LocalDateTime& wall : bad) {
     SCOPED_TRACE(::testing::PrintToString(wall));
@@ -161,10 +147,8 @@ TEST(Calendar, HasNoInstantForImpossibleWallTimes) {
 TEST(Calendar, CountsDaysAndWeekdays) {
   EXPECT_EQ((LocalDate{2024, 2, 28}.addingDays(1)), (LocalDate{2024, 2, 29}));
   EXPECT_EQ((LocalDate{2026, 2, 28}.addingDays(1)), (LocalDate{2026, 3, 1}));
-  EXPECT_EQ((LocalDate{2026, 12, 31}.addingDays(1)), (LocalDate{2027, 1, 1}));
   EXPECT_EQ((LocalDate{2026, 1, 1}.addingDays(-1)), (LocalDate{2025, 12, 31}));
   EXPECT_EQ((LocalDate{2026, 10, 25}.weekday()), 1) << "Sunday";
-  EXPECT_EQ((LocalDate{2026, 10, 26}.weekday()), 2) << "Monday";
   EXPECT_EQ((LocalDate{2026, 10, 31}.weekday()), 7) << "Saturday";
   EXPECT_EQ((LocalDate{2026, 2, 30}.weekday()), 0) << "no such day";
 }
@@ -172,14 +156,12 @@ TEST(Calendar, CountsDaysAndWeekdays) {
 // The three texts of an instant, in the calendar's zone, with 12-hour times.
 TEST(Calendar, FormatsInstantsInItsZone) {
   Calendar berlin = zone("Europe/Berlin");
-  Calendar newYork = zone("America/New_York");
   SystemTime afternoon = at("2026-10-25T13:00:00Z");
   EXPECT_EQ(berlin.minuteText(afternoon), "2026-10-25 14:00");
-  EXPECT_EQ(newYork.minuteText(afternoon), "2026-10-25 09:00");
   EXPECT_EQ(berlin.fullDateShortTime(afternoon), "Sunday, October 25, 2026 at 2:00 PM");
   EXPECT_EQ(berlin.abbreviatedDateShortTime(afternoon), "Oct 25, 2026 at 2:00 PM");
   EXPECT_EQ(berlin.abbreviatedDateShortTime(at("2026-03-01T23:05:00Z")), "Mar 2, 2026 at 12:05 AM");
-  EXPECT_EQ(newYork.fullDateShortTime(at("2026-07-04T16:00:00Z")),
+  EXPECT_EQ(zone("America/New_York").fullDateShortTime(at("2026-07-04T16:00:00Z")),
             "Saturday, July 4, 2026 at 12:00 PM");
 }
 

@@ -30,8 +30,9 @@ static unsigned modeOf(const std::string& path) {
   return info.st_mode & 07777;
 }
 
-// A write creates missing folders and replaces the whole file, leaving nothing else. A new
-// file gets the requested mode less the umask; a replaced file keeps its own mode.
+// A write creates missing folders (like mkdir -p) and replaces the whole file, leaving
+// nothing else. A new file gets the requested mode less the umask; a replaced file keeps
+// its own mode. Reads report the system's reason.
 TEST(FileIO, WriteCreatesFoldersReplacesTheFileAndSetsItsMode) {
   testing::TempDir dir;
   struct Umask {
@@ -39,20 +40,24 @@ TEST(FileIO, WriteCreatesFoldersReplacesTheFileAndSetsItsMode) {
     ~Umask() { umask(old); }
   } mask;
   std::string path = dir.file("a/b/c.bin");
-  ASSERT_TRUE(writeFileAtomically(path, std::string("first\0with a NUL", 16), 0666));
+  ASSERT_TRUE(writeFileAtomically(path, std::string("first\0with a NUL", 16), 0660));
   EXPECT_EQ(readFile(path).value(), std::string("first\0with a NUL", 16));
-  EXPECT_EQ(modeOf(path), 0644u);
+  EXPECT_EQ(modeOf(path), 0640u);
   ASSERT_EQ(chmod(path.c_str(), 0600), 0);
   ASSERT_TRUE(writeFileAtomically(path, "2nd", 0640));
   EXPECT_EQ(readFile(path).value(), "2nd");
   EXPECT_EQ(modeOf(path), 0600u);
   EXPECT_EQ(entriesOf(dir.file("a/b")), Names{"c.bin"});
-  ASSERT_TRUE(writeFileAtomically(dir.file("new"), "", 0640));
-  EXPECT_EQ(modeOf(dir.file("new")), 0640u);
   EXPECT_TRUE(writeFileAtomically(dir.file(std::string(250, 'n')), "x")) << "a long name fits";
+  ASSERT_TRUE(createDirectories(dir.file("x//y/z/")));
+  EXPECT_TRUE(std::filesystem::is_directory(dir.file("x/y/z")));
+  EXPECT_TRUE(createDirectories(dir.file("x/y/z"))) << "an existing folder is success";
+  EXPECT_EQ(readFile(dir.file("missing")).error(), "No such file or directory");
+  EXPECT_EQ(readFile(dir.path()).error(), "Is a directory");
 }
 
-// Whatever step fails, the old file is left byte for byte and no temporary file stays.
+// Whatever step fails, the old file is left byte for byte and no temporary file stays;
+// the error names the step, the path and the system's reason.
 TEST(FileIO, FailedWriteLeavesOldFileWholeAndNoTemporaryFile) {
   testing::TempDir dir;
   std::string old = dir.write("data/store.json", "{\"old\": true}\n");
@@ -82,33 +87,12 @@ TEST(FileIO, FailedWriteLeavesOldFileWholeAndNoTemporaryFile) {
               "create temporary file in " + dir.file("data") + ": Permission denied");
     chmod(dir.file("data").c_str(), 0755);
   }
+  // A path through an existing file fails at the folder step.
+  EXPECT_EQ(writeFileAtomically(old + "/sub/x.json", "{}").error(),
+            "create folder " + old + ": Not a directory");
+  EXPECT_EQ(writeFileAtomically("", "x").error(), "write: the path is empty");
   EXPECT_EQ(readAll(old), "{\"old\": true}\n");
   EXPECT_EQ(entriesOf(dir.file("data")), before);
-}
-
-// A path through an existing file fails at the folder step and changes nothing.
-TEST(FileIO, WriteBelowAFileFailsAtTheFolderStep) {
-  testing::TempDir dir;
-  std::string file = dir.write("plain.txt", "whole");
-  EXPECT_EQ(writeFileAtomically(file + "/sub/x.json", "{}").error(),
-            "create folder " + file + ": Not a directory");
-  EXPECT_EQ(readAll(file), "whole");
-  EXPECT_EQ(entriesOf(dir.path()), Names{"plain.txt"});
-  EXPECT_EQ(writeFileAtomically("", "x").error(), "write: the path is empty");
-}
-
-// Reads report the system's reason; folders are created like mkdir -p.
-TEST(FileIO, ReadFileAndCreateDirectoriesReportTheSystemReason) {
-  testing::TempDir dir;
-  EXPECT_EQ(readFile(dir.file("missing")).error(), "No such file or directory");
-  EXPECT_EQ(readFile(dir.path()).error(), "Is a directory");
-
-  ASSERT_TRUE(createDirectories(dir.file("x//y/z/")));
-  EXPECT_TRUE(std::filesystem::is_directory(dir.file("x/y/z")));
-  EXPECT_TRUE(createDirectories(dir.file("x/y/z"))) << "an existing folder is success";
-  std::string file = dir.write("x/y/file", "");
-  EXPECT_EQ(createDirectories(file + "/deeper").error(),
-            "create folder " + file + ": Not a directory");
 }
 
 }  // namespace zorvane

@@ -19,7 +19,6 @@ TEST(Paths, FollowsAbsoluteXDGFoldersAndIgnoresOthers) {
     ScopedEnv state("XDG_STATE_HOME", "/x/state");
     ScopedEnv config("XDG_CONFIG_HOME", "/x/config");
     EXPECT_EQ(Paths::sessionsDirectory(), "/x/data/zorvane/sessions");
-    EXPECT_EQ(Paths::scratchDirectory(), "/x/data/zorvane/scratch");
     EXPECT_EQ(Paths::logFile(), "/x/state/zorvane/zorvane.log");
     EXPECT_EQ(Paths::settingsFile(), "/x/config/zorvane/settings.json");
     EXPECT_EQ(Paths::claudeSkillsDirectory(), home.path() + "/.claude/skills");
@@ -51,7 +50,6 @@ TEST(Paths, UserShellNeedsAnExecutableFile) {
            {script, script},
            {plain, "/bin/sh"},
            {dir.path(), "/bin/sh"},
-           {dir.file("missing"), "/bin/sh"},
            {"myshell", "/bin/sh"},
            {std::nullopt, "/bin/sh"}}) {
     SCOPED_TRACE(shell.value_or("(unset)"));

@@ -122,27 +122,22 @@ TEST(ScheduleStore, TakeDueFollowsTheCatchUpRule) {
       (std::vector<ScheduleRun>{{at("2026-05-01T07:00:00Z"), std::nullopt, false, missedDaily}}))
       << "three days asleep: one miss";
   EXPECT_EQ(after[1].nextRun, at("2026-05-05T07:00:00Z")) << "the next 09:00 CEST from now";
-  EXPECT_TRUE(after[1].enabled);
 
   EXPECT_FALSE(after[2].enabled);
   EXPECT_EQ(after[2].nextRun, std::nullopt);
   EXPECT_EQ(after[2].lastResult,
             "Missed May 4, 2026 at 11:00 AM (this computer was asleep or Zorvane wasn't running)");
-  ASSERT_TRUE(after[2].history.has_value());
-  EXPECT_EQ(after[2].history->size(), 1u);
-  EXPECT_FALSE(after[2].history->front().ok);
 
   EXPECT_FALSE(after[3].enabled) << "a one-shot is done after its run";
-  EXPECT_EQ(after[3].nextRun, std::nullopt);
   EXPECT_EQ(after[3].lastRun, now);
   EXPECT_EQ(after[3].history, std::nullopt) << "the run's outcome comes through record";
 
   EXPECT_EQ(after[4].lastRun, now) << "exactly grace late still runs";
-  EXPECT_EQ(after[4].nextRun, now + minutes(60));
 
   EXPECT_EQ(after[5].lastRun, at("2026-05-04T08:00:00Z")) << "one second past grace is missed";
-  ASSERT_TRUE(after[5].lastResult.has_value());
-  EXPECT_TRUE(after[5].lastResult->starts_with("Missed May 4, 2026 at 11:59 AM"));
+  EXPECT_EQ(after[5].lastResult,
+            "Missed May 4, 2026 at 11:59 AM (this computer was asleep or "
+            "Zorvane wasn't running)");
   EXPECT_EQ(after[5].nextRun, now + minutes(60));
 
   for (size_t index = 6; index < before.size(); ++index) {
@@ -160,16 +155,6 @@ TEST(ScheduleStore, TakeDueFollowsTheCatchUpRule) {
   EXPECT_FALSE(exists(url));
   EXPECT_EQ(store.takeDue(now + minutes(30), kGrace), (std::vector<ScheduleItem>{everyAfterTick}));
   EXPECT_TRUE(exists(url));
-}
-
-// A store without a file is empty, and its ticks leave the disk alone.
-TEST(ScheduleStore, EmptyStoreTakesNothingAndWritesNothing) {
-  testing::TempDir dir;
-  std::string url = dir.file("schedules.json");
-  ScheduleStore store(url);
-  EXPECT_TRUE(store.items().empty());
-  EXPECT_TRUE(store.takeDue(at("2026-05-04T12:00:00Z"), kGrace).empty());
-  EXPECT_FALSE(exists(url));
 }
 
 // record keeps the ten newest outcomes, cuts long texts by characters, defaults the
@@ -190,7 +175,6 @@ TEST(ScheduleStore, RecordKeepsTheNewestTenAndCutsLongResults) {
   const ScheduleItem& recorded = store.items().front();
   ASSERT_TRUE(recorded.history.has_value());
   ASSERT_EQ(recorded.history->size(), ScheduleItem::kHistoryLimit);
-  EXPECT_EQ(recorded.history->front().result, "run 10");
   EXPECT_EQ(recorded.history->back().result, "run 1") << "the eleventh pushed out the oldest";
   EXPECT_EQ(recorded.history->front(),
             (ScheduleRun{at("2026-05-04T12:11:00Z"), at("2026-05-04T12:11:00Z"), true, "run 10"}))
@@ -205,7 +189,6 @@ TEST(ScheduleStore, RecordKeepsTheNewestTenAndCutsLongResults) {
   const ScheduleItem& cut = store.items().front();
   EXPECT_EQ(utf8Length(*cut.lastResult), ScheduleItem::kLastResultLimit);
   EXPECT_EQ(utf8Length(cut.history->front().result), ScheduleRun::kResultLimit);
-  EXPECT_TRUE(isValidUTF8(cut.history->front().result));
   EXPECT_EQ(cut.history->front().started, at("2026-05-04T11:00:00Z"));
   EXPECT_EQ(ScheduleStore(url).items(), store.items());
 
@@ -223,6 +206,7 @@ TEST(ScheduleStore, UpsertRemoveAndTheFileFormat) {
   testing::TempDir dir;
   std::string url = dir.file("data/schedules.json");
   ScheduleStore store(url);
+  EXPECT_TRUE(store.items().empty()) << "no file yet";
   ScheduleItem inbox(*UUID::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F"), "Inbox",
                      "Summarise my inbox", ScheduleSpec::daily(9, 0, {3, 2}), true, false,
                      at("2026-05-04T12:00:00Z"), berlin());
@@ -264,13 +248,11 @@ TEST(ScheduleStore, UpsertRemoveAndTheFileFormat) {
   store.upsert(full);
   EXPECT_EQ(ScheduleStore(url).items(), (std::vector<ScheduleItem>{inbox, full}));
   EXPECT_EQ(full.whenText(berlin()), "page changes https://example.com every 1h");
-  EXPECT_EQ(inbox.whenText(berlin()), "mon,tue 09:00");
 
   ScheduleItem renamed = inbox;
   renamed.title = "Morning inbox";
   store.upsert(renamed);
   EXPECT_EQ(store.items(), (std::vector<ScheduleItem>{renamed, full})) << "replaced in place";
-  EXPECT_EQ(store.item(full.id), &store.items()[1]);
   EXPECT_EQ(store.item(UUID()), nullptr);
 
   store.remove(renamed.id);
@@ -308,8 +290,6 @@ TEST(ScheduleStore, UndecodableFileIsKeptAside) {
       {"an object", "{}", "not a JSON array"},
       {"one bad item among good ones", encodePretty(mixed),
        "item 1: spec: daily.hour: expected a number, found string"},
-      {"an item without a title", "[{\"id\": \"" + UUID().uuidString() + "\"}]",
-       "item 0: title: missing"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -350,11 +330,8 @@ TEST(ScheduleItem, DecodeNamesWhatIsWrong) {
       {"title", nullptr, "title: missing"},
       {"spec", JSONValue::object(), "spec: Invalid number of keys found, expected one."},
       {"enabled", "yes", "enabled: expected true or false, found string"},
-      {"trusted", nullptr, "trusted: missing"},
       {"nextRun", "2026-05-04T12:30:00+02:00",
        "nextRun: expected a date like 2026-05-01T09:30:00Z"},
-      {"lastResult", 7, "lastResult: expected a string, found number"},
-      {"history", JSONValue::object(), "history: expected an array, found object"},
       {"history",
        parseJSON(
            R"([{"started":"2026-05-04T12:00:00Z","ok":true,"result":"x"},{"started":"2026-05-04T12:00:00Z","result":"x"}])")

@@ -66,21 +66,9 @@ TEST(Demonstration, FoldsQuickClicksIntoDoubleClicks) {
       {"right, then left",
        {click(10, 10, 1.0, true), click(10, 10, 1.1)},
        {"Right-click here (at 10,10)", "Click here (at 10,10)"}},
-      {"left, then right",
-       {click(10, 10, 1.0), click(10, 10, 1.1, true)},
-       {"Click here (at 10,10)", "Right-click here (at 10,10)"}},
-      {"two right clicks",
-       {click(10, 10, 1.0, true), click(10, 10, 1.1, true)},
-       {"Right-click here (at 10,10)", "Right-click here (at 10,10)"}},
       {"three quick clicks",
        {click(5, 5, 1.0), click(5, 5, 1.1), click(5, 5, 1.2)},
        {"Double-click here (at 5,5)", "Click here (at 5,5)"}},
-      {"four quick clicks",
-       {click(5, 5, 1.0), click(5, 5, 1.1), click(5, 5, 1.2), click(5, 5, 1.3)},
-       {"Double-click here (at 5,5)", "Double-click here (at 5,5)"}},
-      {"a first click right at the start folds with nothing",
-       {click(5, 5, 0.1)},
-       {"Click here (at 5,5)"}},
       {"a scroll between two clicks",
        {click(5, 5, 1.0), scrolled(1, 1.1), click(5, 5, 1.2)},
        {"Click here (at 5,5)", "Scroll down", "Click here (at 5,5)"}},
@@ -93,12 +81,8 @@ TEST(Demonstration, JoinsTypingIntoOneStep) {
   expectLines({
       {"within 1.5 s", {typed("h", 1.0), typed("i", 2.0)}, {"Type “hi”"}},
       {"2 s apart", {typed("h", 1.0), typed("i", 3.0)}, {"Type “h”", "Type “i”"}},
-      {"each within 1.5 s of the previous",
-       {typed("a", 0), typed("b", 1.4), typed("c", 2.8)},
-       {"Type “abc”"}},
       {"shift is typing", {typed("H", 0, {"shift"}), typed("i", 0.1)}, {"Type “Hi”"}},
       {"cmd is a key", {typed("s", 0, {"cmd"})}, {"Press ⌘+s"}},
-      {"cmd and shift", {typed("S", 0, {"cmd", "shift"})}, {"Press ⌘+S"}},
       {"a key between two runs",
        {typed("a", 0), typed("c", 0.1, {"control"}), typed("b", 0.2)},
        {"Type “a”", "Press ⌃+c", "Type “b”"}},
@@ -109,20 +93,12 @@ TEST(Demonstration, JoinsTypingIntoOneStep) {
        {pressed("k", 0, {"control", "option", "shift", "cmd", "fn"})},
        {"Press ⌃+⌥+⌘+fn+k"}},
       {"a key with nothing", {RawEvent{RawEvent::Key{}}}, {"Press ?"}},
-      {"empty text and name", {RawEvent{RawEvent::Key{"", "", {}, false, 0}}}, {"Press ?"}},
-      {"return", {typed("ok", 0), pressed("return", 0.2)}, {"Type “ok”", "Press return"}},
-      {"typing after a click",
-       {click(1, 2, 0), typed("x", 0.1)},
-       {"Click here (at 1,2)", "Type “x”"}},
       {"three secure characters",
        {typed("p", 0, {}, true), typed("w", 0.1, {}, true), typed("d", 0.2, {}, true)},
        {"Type “{{secret}}”"}},
       {"a plain character after a password",
        {typed("p", 0, {}, true), typed("w", 0.1, {}, true), typed("!", 0.2)},
        {"Type “{{secret}}!”"}},
-      {"a password after plain text",
-       {typed("u", 0), typed("p", 0.1, {}, true), typed("q", 0.2, {}, true)},
-       {"Type “u{{secret}}”"}},
       {"events out of order", {typed("b", 1.0), typed("c", 1.2), typed("a", 0.5)}, {"Type “abc”"}},
       {"equal times keep their order",
        {typed("x", 1.0), typed("y", 1.0), typed("z", 1.0)},
@@ -149,23 +125,12 @@ TEST(Demonstration, DeleteTakesTyposBack) {
       {"a whole character",
        {typed("caf", 0), typed("é", 0.1), pressed("delete", 0.2)},
        {"Type “caf”"}},
-      {"an emoji", {typed("ok👍", 0), pressed("delete", 0.2)}, {"Type “ok”"}},
-      {"after a click",
-       {click(3, 4, 0), pressed("delete", 0.1)},
-       {"Click here (at 3,4)", "Press delete"}},
   });
 }
 
 // Scrolls in one direction make one step, however many; dx has no say.
 TEST(Demonstration, FoldsScrollsByDirection) {
-  std::vector<RawEvent> twenty(20, scrolled(2, 0));
-  for (size_t i = 0; i < twenty.size(); ++i)
-    std::get<RawEvent::Scroll>(twenty[i].value).at = 0.05 * i;
   expectLines({
-      {"down, up, down",
-       {scrolled(3, 0), scrolled(-1, 0.1), scrolled(2, 0.2)},
-       {"Scroll down", "Scroll up", "Scroll down"}},
-      {"twenty down", twenty, {"Scroll down"}},
       {"no dy is up", {scrolled(0, 0, 5)}, {"Scroll up"}},
       {"far apart still one", {scrolled(1, 0), scrolled(1, 60)}, {"Scroll down"}},
   });
@@ -195,8 +160,6 @@ TEST(ElementInfo, PhraseNamesTheElementByItsLabelAndPlace) {
       {{"AXButton", "Send", std::nullopt, {"Chat"}}, "“Send” button in “Chat”"},
       {{"AXButton", "", std::nullopt, {"", "Toolbar"}}, "the button in “Toolbar”"},
       {{"AXPopUpButton", "Size", std::nullopt, {}}, "“Size” popupbutton"},
-      {{"AXStaticText", "", "42", {"", ""}}, "the statictext"},
-      {{"", "", std::nullopt, {}}, "the "},
       {{"AXAXCell", "Mom", std::nullopt, {"Results", "Chats"}}, "“Mom” cell in “Results”"},
   };
   for (const PhraseCase& c : cases) {
@@ -217,7 +180,6 @@ TEST(DemoStep, LinesReadAsInstructions) {
        "Click “Send” button in “Chat” (at 600,700)"},
       {{DemoStep::Kind::doubleClick, -3.7, 0.5, {}, {}, {}}, "Double-click here (at -3,0)"},
       {{DemoStep::Kind::rightClick, {}, {}, {}, send, {}}, "Right-click “Send” button in “Chat”"},
-      {{DemoStep::Kind::click, 5, {}, {}, {}, {}}, "Click here"},
       {{DemoStep::Kind::type, {}, {}, "hello", {}, {}}, "Type “hello”"},
       {{DemoStep::Kind::key, {}, {}, "⌘+s", {}, {}}, "Press ⌘+s"},
       {{DemoStep::Kind::scroll, {}, {}, "down", {}, {}}, "Scroll down"},
@@ -239,19 +201,13 @@ TEST(Demonstration, SlugsAreFolderNames) {
   };
   const std::vector<SlugCase> cases = {
       {"Send WhatsApp message", "send-whatsapp-message"},
-      {"  Hello, World!! (v2) ", "hello-world-v2"},
       {"already-a-slug", "already-a-slug"},
       {"a--b__c..d", "a-b-c-d"},
       {"Überweisung senden", "überweisung-senden"},
-      {"e\xCC\x81"
-       "cole",
-       "e\xCC\x81"
-       "cole"},
       {"日本語 テスト", "日本語-テスト"},
       {"a\xff"
        "b",
        "a-b"},
-      {"!!! ...", "skill-1777627800"},
       {"", "skill-1777627800"},
       {fortySevenA + " " + std::string(12, 'b'), fortySevenA + "-"},
       {std::string(60, 'x'), std::string(48, 'x')},
@@ -280,7 +236,6 @@ TEST(Demonstration, PromptTellsTheAgentHowToWriteTheSkill) {
             "1. Click “New” button (at 12,30)   [screenshot before this step: "
             "/s/new-invoice/step-01.jpg; the red "
             "ring marks the click]\n2. Type “Invoice”");
-  EXPECT_EQ(Demonstration::stepLines({}, "/s"), "");
 
   std::string prompt = Demonstration::compilePrompt({.name = "New invoice",
                                                      .slug = "new-invoice",

@@ -15,16 +15,12 @@ TEST(RawEvent, CodesAsOneKeyObjects) {
     std::string json;
   };
   const std::vector<Case> cases = {
-      {{RawEvent::Click{160, 90.5, false, field, "step-01.jpg", 0}},
-       R"({"click":{"at":0.0,"element":{"context":["Chats",""],"label":"Search","role":"AXTextField","value":"Mo"},)"
-       R"("frame":"step-01.jpg","right":false,"x":160.0,"y":90.5}})"},
       {{RawEvent::Click{1, 2, true, std::nullopt, std::nullopt, 3}},
        R"({"click":{"at":3.0,"right":true,"x":1.0,"y":2.0}})"},
       {{RawEvent::Key{"M", std::nullopt, {"shift"}, false, 0.5}},
        R"({"key":{"at":0.5,"modifiers":["shift"],"secure":false,"text":"M"}})"},
       {{RawEvent::Key{std::nullopt, "return", {}, true, 5}},
        R"({"key":{"at":5.0,"key":"return","modifiers":[],"secure":true}})"},
-      {{RawEvent::Scroll{0, -3, 7.25}}, R"({"scroll":{"at":7.25,"dx":0.0,"dy":-3.0}})"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.json);
@@ -48,7 +44,6 @@ TEST(RawEvent, RefusesWhatIsntAnEvent) {
       {"[]", "expected an object, found array"},
       {"{}", "expected one key naming the event, found 0"},
       {R"({"drag":{}})", "unknown event \"drag\""},
-      {R"({"click":3})", "click: expected an object, found number"},
       {R"({"click":{"y":1,"right":false,"at":0}})", "click.x: missing"},
       {R"({"click":{"x":1,"y":1,"right":false,"at":0,"element":{"role":"AXButton","label":"x"}}})",
        "click.element.context: missing"},
@@ -66,15 +61,6 @@ TEST(RawEvent, RefusesWhatIsntAnEvent) {
 
 // Steps as "recording.json" keeps them: kind by raw value, only the fields there are.
 TEST(DemoStep, CodesWithRawKindsAndOnlyPresentFields) {
-  std::vector<std::string_view> kinds;
-  for (DemoStep::Kind kind : allCases<DemoStep::Kind>()) {
-    kinds.push_back(rawValue(kind));
-    EXPECT_EQ(fromRawValue<DemoStep::Kind>(rawValue(kind)), kind);
-  }
-  EXPECT_EQ(kinds, (std::vector<std::string_view>{"click", "doubleClick", "rightClick", "type",
-                                                  "key", "scroll"}));
-  EXPECT_FALSE(fromRawValue<DemoStep::Kind>("DoubleClick"));
-
   DemoStep click{DemoStep::Kind::doubleClick,
                  4,
                  5,
@@ -94,7 +80,6 @@ TEST(DemoStep, CodesWithRawKindsAndOnlyPresentFields) {
   }
   EXPECT_EQ(DemoStep::decode(*parseJSON(R"({"kind":"drag"})")).error(),
             "kind: unknown kind \"drag\"");
-  EXPECT_EQ(DemoStep::decode(*parseJSON(R"({"text":"x"})")).error(), "kind: missing");
   EXPECT_EQ(DemoStep::decode(*parseJSON(R"({"kind":"key","text":4})")).error(),
             "text: expected text, found number");
   EXPECT_TRUE(DemoStep::decode(*parseJSON(R"({"kind":"key","text":null,"x":null})")));

@@ -35,23 +35,16 @@ TEST(SkillInfo, ReadsNameAndDescriptionFromTheFrontmatter) {
        {"quoted name", "single quoted"}},
       {"---\ndescription: \"It's the user's \"best\" tool\"\n---",
        {std::nullopt, "It's the user's \"best\" tool"}},
-      {"---\nname:\t\tTabbed\t\n---", {"Tabbed", std::nullopt}},
       {"---\nname: first\nname: second\n---", {"second", std::nullopt}},
       {"---\nname: inside\n---\nname: after the closing line", {"inside", std::nullopt}},
-      {"---\nname: a\n--- more dashes\nname: b", {"a", std::nullopt}},
       {"---\nname: never closed\n\n# Body\ndescription: from the body",
        {"never closed", "from the body"}},
       {"---\n  name: indented\n---", {}},
       {"---\ndescription: >\n  folded on the next line\n---", {std::nullopt, ">"}},
       {"---\nname:\n---", {"", std::nullopt}},
-      {"---\nname: \"\"\n---", {"", std::nullopt}},
       {"---\r\nname: windows\r\ndescription: line ends\r\n---\r\n", {"windows", "line ends"}},
       {"\xEF\xBB\xBF---\nname: with a mark\n---", {"with a mark", std::nullopt}},
       {"\n---\nname: after a blank line\n---", {}},
-      {"name: no frontmatter", {}},
-      {"---", {}},
-      {"---\n", {}},
-      {"", {}},
       {"----\nname: four dashes open\n---", {"four dashes open", std::nullopt}},
   };
   for (const Case& c : cases) {
@@ -115,8 +108,6 @@ TEST(SkillInfo, ListsTheSkillsOnDisk) {
   ::chmod((root + "/unreadable/SKILL.md").c_str(), 0600);
 
   EXPECT_TRUE(SkillInfo::all(home.path() + "/nowhere").empty());
-  EXPECT_TRUE(SkillInfo::all(root + "/loose-file.md").empty());
-  EXPECT_TRUE(SkillInfo::all("").empty());
 }
 
 }  // namespace
