@@ -116,7 +116,7 @@ std::vector<PieceSnapshot> pieceSnapshots() {
   for (int i = 0; i < 20; ++i) {
     Target target = Target::browserTab(BrowserApp::chromium, 70 + i,
                                        *URL::parse("https://docs.example/page/" + std::to_string(i)),
-                                       "Design notes " + std::to_string(i));
+                                       "Meeting notes " + std::to_string(i));
     snapshots.push_back({target, UUID(), target.displayName(),
                          std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now())});
   }

@@ -47,27 +47,37 @@ static void moveAside(const std::string& path, const std::string& why) {
   }
 }
 
-std::optional<JSONValue> loadArray(const std::string& path) {
-  auto bytes = readFile(path);
-  if (!bytes) return std::nullopt;
+// Why the bytes of a store file can't be used; nothing when `decode` took them.
+static std::optional<std::string> refusal(const Expected<std::string>& bytes,
+                                          const std::function<Expected<void>(const JSONValue&)>& decode) {
+  if (!bytes) return "unreadable (" + bytes.error() + ")";
   auto parsed = parseJSON(*bytes);
-  if (!parsed || !parsed->is_array()) {
-    // Another process may be saving right now; look again under the lock before
-    // declaring the file corrupt.
-    FileLock lock(path);
-    bytes = readFile(path);
-    if (!bytes) return std::nullopt;
-    parsed = parseJSON(*bytes);
-    if (!parsed) {
-      moveAside(path, "not valid JSON");
-      return std::nullopt;
-    }
-    if (!parsed->is_array()) {
-      moveAside(path, "not a JSON array");
-      return std::nullopt;
-    }
-  }
-  return parsed;
+  if (!parsed) return "not valid JSON";
+  if (!parsed->is_array()) return "not a JSON array";
+  if (auto decoded = decode(*parsed); !decoded) return "couldn't decode " + decoded.error();
+  return std::nullopt;
+}
+
+bool load(const std::string& path, const std::function<Expected<void>(const JSONValue&)>& decode) {
+  if (!exists(path)) return false;
+  if (!refusal(readFile(path), decode)) return true;
+  // Another process may be saving right now; look again under the lock before
+  // declaring the file lost.
+  FileLock lock(path);
+  if (!exists(path)) return false;
+  auto why = refusal(readFile(path), decode);
+  if (!why) return true;
+  moveAside(path, *why);
+  return false;
+}
+
+std::optional<JSONValue> loadArray(const std::string& path) {
+  std::optional<JSONValue> array;
+  load(path, [&array](const JSONValue& value) -> Expected<void> {
+    array = value;
+    return ok();
+  });
+  return array;
 }
 
 Expected<void> save(const std::string& path, std::string_view bytes) {

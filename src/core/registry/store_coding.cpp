@@ -1,17 +1,9 @@
 #include "core/registry/store_coding.h"
 
-#include <errno.h>
-#include <fcntl.h>
-#include <string.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cmath>
 #include <limits>
 
-#include "core/base/file_io.h"
-#include "core/base/log.h"
 #include "core/base/store_file.h"
 
 namespace zorvane::StoreCoding {
@@ -106,68 +98,8 @@ Expected<void> expectObject(const JSONValue& value) {
   return Failure{std::string("expected an object, found ") + value.type_name()};
 }
 
-// The same exclusive lock StoreFile takes around a save ("<file>.lock"), so a file is
-// never moved aside while another process is replacing it.
-namespace {
-class StoreLock {
- public:
-  explicit StoreLock(const std::string& path) {
-    fd_ = ::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) return;
-    while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
-  ~StoreLock() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  StoreLock(const StoreLock&) = delete;
-  StoreLock& operator=(const StoreLock&) = delete;
-
- private:
-  int fd_ = -1;
-};
-}  // namespace
-
-static bool exists(const std::string& path) {
-  struct stat info {};
-  return ::lstat(path.c_str(), &info) == 0;
-}
-
-static void keepAside(const std::string& path, const std::string& why) {
-  std::string aside = path + ".corrupt";
-  for (int n = 2; exists(aside); ++n) aside = path + ".corrupt-" + std::to_string(n);
-  if (::rename(path.c_str(), aside.c_str()) == 0) {
-    Log::info("store " + path + ": " + why + "; kept it as " + aside + " and started empty");
-    return;
-  }
-  std::string reason = strerror(errno);
-  Log::info("store " + path + ": " + why + "; couldn't move it aside (" + reason + "), reading it as empty");
-}
-
 void loadRecords(const std::string& path, const std::function<Expected<void>(const JSONValue&)>& decode) {
-  std::optional<JSONValue> array = StoreFile::loadArray(path);
-  if (array && decode(*array)) return;
-  if (!array && !exists(path)) return;  // missing, or already kept aside by StoreFile
-
-  // Look again under the store's lock: another process may have replaced the file a
-  // moment ago. A file that is there but can't be read (no permission, an I/O error, a
-  // folder in its place) would be replaced by the next save just the same, so it is kept
-  // aside too.
-  StoreLock lock(path);
-  if (!exists(path)) return;
-  Expected<std::string> bytes = readFile(path);
-  if (!bytes) {
-    keepAside(path, "unreadable (" + bytes.error() + ")");
-    return;
-  }
-  std::optional<JSONValue> again = parseJSON(*bytes);
-  if (!again || !again->is_array()) {
-    keepAside(path, again ? "not a JSON array" : "not valid JSON");
-    return;
-  }
-  Expected<void> decoded = decode(*again);
-  if (decoded) return;
-  keepAside(path, "couldn't decode " + decoded.error());
+  StoreFile::load(path, decode);
 }
 
 }  // namespace zorvane::StoreCoding

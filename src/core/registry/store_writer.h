@@ -3,8 +3,8 @@
 //
 // Why: a crash-safe save ends in two flushes to disk (the file, then its folder).
 // bench/stores_bench measured a save of "sessions.json" at its cap (200 records, about
-// 530 KB) at 12-25 ms and of "activity.json" at its cap (500 events, 150 KB) at 14-21 ms,
-// mostly those flushes: more than a frame of 8 ms. So the caller keeps its records in
+// 530 KB) at 11-25 ms and of "activity.json" at its cap (500 events, 150 KB) at 11-21 ms
+// over several runs, mostly those flushes: more than a frame of 8 ms. So the caller keeps its records in
 // memory and hands over a function that encodes a copy of them, which costs it about
 // 0.1-0.2 ms; the writer runs the function and saves the bytes with StoreFile::save
 // (temporary file, rename, under the store's lock).
