@@ -1,52 +1,16 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <map>
-
-#include "core/base/child_process.h"
-#include "core/base/environment.h"
-#include "core/base/run_loop.h"
 #include "core/learn/demo_check.h"
 #include "core/learn/demonstration.h"
+#include "support/run_zorvane.h"
 #include "support/test_support.h"
 
 namespace zorvane {
 namespace {
 
-struct ProcessRun {
-  std::string out, err;
-  int code = -1;
-};
-
-// Runs the real executable with the stand-in agents first on PATH and a temporary home.
-ProcessRun runZorvane(const std::vector<std::string>& args, const std::string& home,
-                      const std::map<std::string, std::string>& extra) {
-  RunLoop loop;
-  Environment env = Environment::current();
-  env.set("PATH", std::string(ZORVANE_FIXTURES_DIR) + "/bin:/usr/bin:/bin");
-  env.set("HOME", home);
-  env.set("TMPDIR", home);
-  for (const char* name :
-       {"XDG_DATA_HOME", "XDG_STATE_HOME", "XDG_CONFIG_HOME", "STANDIN_SCENARIO"})
-    env.unset(name);
-  for (const auto& [name, value] : extra) env.set(name, value);
-  auto child = ChildProcess::create({ZORVANE_EXECUTABLE, args, "", env, true}, loop);
-  ProcessRun run;
-  bool done = false;
-  child->onStdout = [&](std::string chunk) { run.out += chunk; };
-  child->onStderr = [&](std::string chunk) { run.err += chunk; };
-  child->onExit = [&](int code) {
-    run.code = code;
-    done = true;
-  };
-  EXPECT_TRUE(child->start());
-  if (!loop.runUntil([&] { return done; }, 60)) {
-    child->kill();
-    loop.runUntil([&] { return done; }, 10);
-    ADD_FAILURE() << "zorvane didn't finish; output so far:\n" << run.out;
-  }
-  return run;
-}
+using testing::ProcessRun;
+using testing::runZorvane;
 
 // `--selftest <dir> "@learn-demo <folder>"` creates the skill folder and sends the agent
 // the prompt compiled from the fixed recording instead of the words typed; the stand-in
@@ -57,7 +21,8 @@ TEST(LearnDemoSelftest, SendsTheCompiledPromptToTheAgent) {
       home.write("scenario.json", R"({"turns":[[{"init":true},{"echoPrompt":true}]]})");
   std::string folder = home.file(".claude/skills/send-whatsapp-message-test");
 
-  ProcessRun run = runZorvane({"--selftest", work.path(), "@learn-demo " + folder}, home.path(),
+  ProcessRun run = runZorvane({"--selftest", work.path(), "@learn-demo " + folder},
+                              testing::fixtureBin() + ":/usr/bin:/bin", home.path(),
                               {{"STANDIN_SCENARIO", scenario}, {"STANDIN_LOG_DIR", home.path()}});
 
   std::string expected =
@@ -84,7 +49,8 @@ TEST(LearnDemoSelftest, SendsTheCompiledPromptToTheAgent) {
 
   // Any other prompt goes through as typed.
   ProcessRun plain = runZorvane({"--selftest", work.path(), "learn-demo is just words"},
-                                home.path(), {{"STANDIN_SCENARIO", scenario}});
+                                testing::fixtureBin() + ":/usr/bin:/bin", home.path(),
+                                {{"STANDIN_SCENARIO", scenario}});
   EXPECT_EQ(plain.code, 0) << plain.out << plain.err;
   EXPECT_TRUE(plain.out.ends_with("\noutcome: answer(echo: learn-demo is just words)\n"))
       << plain.out;

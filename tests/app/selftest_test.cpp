@@ -1,50 +1,17 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "core/base/child_process.h"
 #include "core/base/json_value.h"
-#include "core/base/run_loop.h"
+#include "support/run_zorvane.h"
 #include "support/test_support.h"
 
 namespace zorvane {
 namespace {
 
-struct ProcessRun {
-  std::string out, err;
-  int code = -1;
-};
+using testing::ProcessRun;
+using testing::runZorvane;
 
-// Runs the real executable as a user would, with the given PATH, and waits for it.
-ProcessRun runZorvane(const std::vector<std::string>& args, const std::string& path,
-               const std::string& home, const std::map<std::string, std::string>& extra = {}) {
-  RunLoop loop;
-  Environment env = Environment::current();
-  env.set("PATH", path);
-  env.set("HOME", home);
-  env.set("TMPDIR", home);  // the selftest keeps its session folder there
-  env.unset("XDG_DATA_HOME");
-  env.unset("XDG_STATE_HOME");
-  env.unset("XDG_CONFIG_HOME");
-  for (const auto& [k, v] : extra) env.set(k, v);
-  auto child = ChildProcess::create({ZORVANE_EXECUTABLE, args, "", env, true}, loop);
-  ProcessRun run;
-  bool done = false;
-  child->onStdout = [&](std::string chunk) { run.out += chunk; };
-  child->onStderr = [&](std::string chunk) { run.err += chunk; };
-  child->onExit = [&](int code) {
-    run.code = code;
-    done = true;
-  };
-  EXPECT_TRUE(child->start());
-  if (!loop.runUntil([&] { return done; }, 60)) {
-    child->kill();
-    loop.runUntil([&] { return done; }, 10);
-    ADD_FAILURE() << "zorvane didn't finish; output so far:\n" << run.out;
-  }
-  return run;
-}
-
-const std::string kFixtureBin = std::string(ZORVANE_FIXTURES_DIR) + "/bin";
+const std::string kFixtureBin = testing::fixtureBin();
 
 // With the stand-in agent first on PATH, a selftest prints its target, each permission
 // it answered, the tools used and the outcome, exits 0, and mirrors the lines to --out.
