@@ -1,6 +1,8 @@
 #include "core/base/calendar.h"
 
 #include <gtest/gtest.h>
+
+#include "support/time_support.h"
 #include <unistd.h>
 
 #include <climits>
@@ -16,15 +18,8 @@ namespace zorvane {
 
 namespace {
 
-SystemTime at(const char* text) {
-  return *parseISO8601(text);
-}
-
-Calendar zone(const char* name) {
-  std::optional<Calendar> calendar = Calendar::named(name);
-  EXPECT_TRUE(calendar.has_value()) << name << " is not in the installed tzdata";
-  return calendar.value_or(Calendar::utc());
-}
+using testing::at;
+using testing::zone;
 
 // The zone /etc/localtime links to, as the system reads it; absent when it isn't a link.
 std::optional<std::string> systemZoneName() {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/time_support.h"
+
 #include "core/base/paths.h"
 #include "support/test_support.h"
 
@@ -19,15 +21,8 @@ namespace {
 using S = ScheduleSpec;
 using T = ScheduleTrigger;
 
-SystemTime at(const char* text) {
-  return *parseISO8601(text);
-}
-
-Calendar zone(const char* name) {
-  std::optional<Calendar> calendar = Calendar::named(name);
-  EXPECT_TRUE(calendar.has_value()) << name << " is not in the installed tzdata";
-  return calendar.value_or(Calendar::utc());
-}
+using testing::at;
+using testing::zone;
 
 // Every form of the grammar: its value, its canonical text, and that the canonical text
 // parses back to the same value. Anything outside the grammar gives nothing.
