@@ -8,6 +8,17 @@ packages=(
   nlohmann-json3-dev libcurl4-openssl-dev uuid-dev libhowardhinnant-date-dev tzdata
   libgtest-dev libgmock-dev libbenchmark-dev
   python3
+  # The desktop layer: X11, XTest, XInput2, Composite, XRes, XFixes, AT-SPI (brings
+  # GLib and D-Bus), JPEG and PNG.
+  libx11-dev libxtst-dev libxi-dev libxcomposite-dev libxres-dev libxfixes-dev
+  libatspi2.0-dev libglib2.0-dev libturbojpeg0-dev libpng-dev
+  # The views and the GPU ink renderer: Qt 6 with Qt Quick, Mesa's OpenGL.
+  qt6-base-dev qt6-declarative-dev libgl-dev libegl-dev libgl1-mesa-dri
+  qml6-module-qtquick qml6-module-qtquick-window
+  # The headless desktop the desktop and GL tests run in, and the real applications
+  # they drive.
+  xvfb xauth xfwm4 dbus dbus-x11 at-spi2-core x11-utils
+  gtk-3-examples chromium thunar xfconf
 )
 
 missing=()

@@ -16,6 +16,7 @@ struct WindowInfo {
   double x = 0, y = 0, width = 0, height = 0;  // screen points, origin top left
   int layer = 0;                                // 0 for normal application windows
   std::string title;
+  bool onScreen = true;  // mapped, not minimised, and on the current desktop
 };
 
 struct ApplicationInfo {
@@ -30,6 +31,11 @@ class WindowService {
   virtual std::vector<WindowInfo> windows() = 0;
   // The application that runs as this process, if it is one the desktop knows.
   virtual std::optional<ApplicationInfo> application(int32_t pid) = 0;
+  // One window as it is now, on screen or not; nothing when it is gone. Asks for this
+  // window only, never for the list.
+  virtual std::optional<WindowInfo> window(uint32_t windowID) = 0;
+  // Makes the window the active one and raises it; false when the desktop refused.
+  virtual bool activate(uint32_t windowID) = 0;
 };
 
 // A desktop with no windows: the tool server's view when no display can be reached.
@@ -37,6 +43,8 @@ class HeadlessWindowService final : public WindowService {
  public:
   std::vector<WindowInfo> windows() override { return {}; }
   std::optional<ApplicationInfo> application(int32_t) override { return std::nullopt; }
+  std::optional<WindowInfo> window(uint32_t) override { return std::nullopt; }
+  bool activate(uint32_t) override { return false; }
 };
 
 }  // namespace zorvane

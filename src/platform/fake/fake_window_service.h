@@ -1,5 +1,5 @@
 // FakeWindowService: an in-memory desktop for tests. Tests fill `windowList` (front to
-// back) and `applications` by pid.
+// back; off-screen windows with onScreen false) and `applications` by pid.
 #pragma once
 
 #include <map>
@@ -19,6 +19,16 @@ class FakeWindowService final : public WindowService {
     if (it == applications.end()) return std::nullopt;
     return it->second;
   }
+  std::optional<WindowInfo> window(uint32_t windowID) override {
+    for (const WindowInfo& w : windowList)
+      if (w.windowID == windowID) return w;
+    return std::nullopt;
+  }
+  bool activate(uint32_t windowID) override {
+    activated.push_back(windowID);
+    return window(windowID).has_value();
+  }
+  std::vector<uint32_t> activated;  // every activate call, in order
 };
 
 }  // namespace zorvane

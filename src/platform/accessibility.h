@@ -1,0 +1,48 @@
+// Accessibility: the element tree of other applications' windows. Roles are given in
+// the design's vocabulary ("AXButton", "AXTextField", ...) on every platform, so tool
+// output reads the same everywhere. Implemented with AT-SPI in x11/, in memory in fake/.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/geometry/geometry.h"
+
+namespace zorvane {
+
+class AccessibleElement {
+ public:
+  virtual ~AccessibleElement() = default;
+  virtual std::string role() = 0;  // "" when unknown
+  virtual std::string title() = 0;
+  virtual std::string description() = 0;
+  virtual std::string help() = 0;
+  // The element's value as text: its text, or the string form of a number (a check
+  // box, a slider). Nothing when it has none.
+  virtual std::optional<std::string> value() = 0;
+  // Screen points, top-left origin; nothing when unreadable.
+  virtual std::optional<Rect> frame() = 0;
+  // Nothing when the children can't be read; an empty list when there are none.
+  virtual std::optional<std::vector<std::shared_ptr<AccessibleElement>>> children() = 0;
+  // The design's result codes: 0 for success, anything else is the failure's code.
+  virtual int press() = 0;
+  virtual int setFocused(bool focused) = 0;
+  virtual int setValue(const std::string& value) = 0;
+  virtual int raise() = 0;
+};
+
+class AccessibilityService {
+ public:
+  virtual ~AccessibilityService() = default;
+  // The accessibility bus is reachable and enabled.
+  virtual bool trusted() = 0;
+  // The top-level windows of a process; empty when none or unreadable.
+  virtual std::vector<std::shared_ptr<AccessibleElement>> windows(int32_t pid) = 0;
+  // The deepest element of the process's windows at a screen point, if any.
+  virtual std::shared_ptr<AccessibleElement> elementAt(int32_t pid, Point screenPoint) = 0;
+};
+
+}  // namespace zorvane
