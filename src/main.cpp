@@ -6,6 +6,7 @@
 #include "app/control_server.h"
 #include "app/discover.h"
 #include "app/selftest.h"
+#include "core/goo/ink_tokens.h"
 
 using namespace zorvane;
 
@@ -14,6 +15,8 @@ int main(int argc, char** argv) {
   // is a failed write to handle, never a reason for this process to die.
   signal(SIGPIPE, SIG_IGN);
   CommandLine commandLine(argc, argv);
+  // `--slow <factor>` slows every animation down, for watching one closely.
+  Ink::Timing::setSlowMotion(Ink::Timing::parseSlowMotion(argc, argv));
   switch (commandLine.mode()) {
     case RunMode::selftest:
       runSelftest(commandLine);

@@ -35,7 +35,7 @@ struct GooScene {
   double blend = 0;
   bool shadow = false;
   bool gloss = false;
-  std::array<float, 3> voidColor{0.01f, 0.01f, 0.014f};  // the design's `void`
+  std::array<float, 3> voidColor{0.01f, 0.01f, 0.014f};  // the body colour
   float sheen = 0;
   std::optional<Ripple> ripple;
 

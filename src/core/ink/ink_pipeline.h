@@ -40,6 +40,10 @@ class InkPipeline {
 
   // Tile size in points: $INK_TILE when it is a positive number, else 32. Read once.
   static double tile();
+  // Packs the scene and lists in each tile the primitives that can colour one of its
+  // pixels: those within the pad (30 points with shadow, else 3) plus a blend radius of
+  // the tile, less the tiles a box's reveal, hole or hollow ring leaves empty. Lists are
+  // ascending, so the field folds primitives in scene order in every tile.
   // `tileSize` defaults to tile(); tests and benchmarks pass their own.
   static Binned bin(const GooScene& scene, Size viewSize, double tileSize = 0);
   // Fills `out` in place, so callers can reuse its buffers from frame to frame.

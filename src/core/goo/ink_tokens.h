@@ -1,0 +1,31 @@
+// The design tokens of the goo: its colours and the slow-motion factor for watching an
+// animation frame by frame.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+namespace zorvane::Ink {
+
+namespace Surface {
+// Near-black body colour of the goo (red, green, blue).
+inline constexpr std::array<float, 3> voidColor{0.01f, 0.01f, 0.014f};
+// Pure black, so that goo merges with the notch.
+inline constexpr std::array<float, 3> notchVoid{0.0f, 0.0f, 0.0f};
+}  // namespace Surface
+
+namespace Timing {
+// The value of `--slow <number>` among the arguments (the program name first, as in
+// argv): 1.0 when the option is absent, has no value, or its value is not a positive
+// finite number.
+double parseSlowMotion(const std::vector<std::string>& arguments);
+double parseSlowMotion(int argc, const char* const* argv);
+
+// The process-wide slow-motion factor: 1.0 until set. Animations divide their clock's
+// pace by it. A value that is not a positive finite number sets 1.0.
+double slowMotion();
+void setSlowMotion(double factor);
+}  // namespace Timing
+
+}  // namespace zorvane::Ink
