@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "app/selftest.h"
+#include "app/window_control.h"
 #include "core/base/child_process.h"
 #include "core/base/file_io.h"
 #include "core/base/paths.h"
@@ -13,6 +14,7 @@
 #include "core/mcp/zorvane_tools.h"
 #include "core/targets/browser_app.h"
 #include "core/targets/target.h"
+#include "platform/desktop.h"
 
 namespace zorvane {
 
@@ -44,7 +46,7 @@ static std::vector<MCPContent> askApplication(const PeerRequest& request, double
 
 std::vector<MCPContent> ToolDispatch::call(const std::string& tool, const JSONObject& arguments) {
   ControlScope scope = scopePath_ ? ControlScope::load(*scopePath_) : ControlScope();
-  if (scope.allWindows.value_or(false)) scope.entries = ControlServer::desktopEntries(windows_, getpid());
+  if (scope.allWindows.value_or(false)) scope.entries = ControlServer::desktopEntries(desktop_.windows, getpid());
 
   if (scope.gate.value_or(false) && gatedTools().count(tool)) {
     PeerRequest approval{PeerRequest::Op::approve, scope.pieceID.value_or(UUID()), "mcp__zorvane__" + tool,
@@ -94,8 +96,8 @@ std::vector<MCPContent> ToolDispatch::call(const std::string& tool, const JSONOb
     throw MCPToolError("No attached window matches \u201C" + target.value_or("") + "\u201D. Attached:\n" +
                        scope.listing());
   }
-  throw MCPToolError("Can't drive \u201C" + entry->name + "\u201D (window " + std::to_string(entry->windowID) +
-                     "): window control isn't available in this build of Zorvane yet.");
+  WindowControl control(entry->windowID, entry->bundleID, std::nullopt, desktop_, sleeper_);
+  return control.call(tool, arguments, fromRawValue<BrowserApp>(entry->bundleID));
 }
 
 namespace ControlServer {
@@ -103,7 +105,7 @@ namespace ControlServer {
 std::vector<ControlScope::Entry> desktopEntries(WindowService& windows, int32_t ownPID) {
   std::vector<ControlScope::Entry> entries;
   for (const WindowInfo& window : windows.windows()) {
-    if (window.layer != 0 || window.windowID == 0 || window.ownerPID <= 0) continue;
+    if (window.layer != 0 || window.windowID == 0 || window.ownerPID <= 0 || !window.onScreen) continue;
     if (window.ownerPID == ownPID) continue;
     if (!(window.width > 120 && window.height > 80)) continue;
     auto app = windows.application(window.ownerPID);
@@ -159,8 +161,8 @@ void run(const CommandLine& commandLine) {
     char folder[4096];
     if (getcwd(folder, sizeof folder) != nullptr) scopePath = std::string(folder) + "/" + *scopePath;
   }
-  HeadlessWindowService windows;
-  ToolDispatch dispatch(scopePath, windows);
+  std::unique_ptr<Desktop> desktop = Desktop::open();
+  ToolDispatch dispatch(scopePath, desktop->services());
   MCPServer server(ZorvaneTools::specs(),
                    [&dispatch](const std::string& tool, const JSONObject& arguments) {
                      return dispatch.call(tool, arguments);

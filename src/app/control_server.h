@@ -18,14 +18,16 @@
 #include "app/command_line.h"
 #include "core/mcp/control_scope.h"
 #include "core/mcp/mcp_server.h"
-#include "platform/window_service.h"
+#include "app/input.h"
+#include "platform/desktop_services.h"
 
 namespace zorvane {
 
 class ToolDispatch {
  public:
-  ToolDispatch(std::optional<std::string> scopePath, WindowService& windows)
-      : scopePath_(std::move(scopePath)), windows_(windows) {}
+  // `sleeper` paces synthetic input; tests pass one that doesn't wait.
+  ToolDispatch(std::optional<std::string> scopePath, DesktopServices& desktop, Input::Sleeper sleeper = Input::realSleep)
+      : scopePath_(std::move(scopePath)), desktop_(desktop), sleeper_(std::move(sleeper)) {}
 
   // The MCPServer handler.
   std::vector<MCPContent> call(const std::string& tool, const JSONObject& arguments);
@@ -35,7 +37,8 @@ class ToolDispatch {
 
  private:
   std::optional<std::string> scopePath_;
-  WindowService& windows_;
+  DesktopServices& desktop_;
+  Input::Sleeper sleeper_;
 };
 
 namespace ControlServer {
@@ -43,8 +46,8 @@ namespace ControlServer {
 // Serves MCP on standard input and output until input ends, then exits 0.
 [[noreturn]] void run(const CommandLine& commandLine);
 
-// The normal windows of the desktop, front to back, as scope entries: not this
-// process's, not tiny, not of a denylisted application.
+// The normal windows on screen, front to back, as scope entries: not this process's,
+// not tiny, not of a denylisted application.
 std::vector<ControlScope::Entry> desktopEntries(WindowService& windows, int32_t ownPID);
 
 // Runs `command` with the user's shell in `folder` (this process's folder when absent).

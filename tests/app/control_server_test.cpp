@@ -7,7 +7,7 @@
 
 #include "app/peer_server.h"
 #include "core/base/run_loop.h"
-#include "platform/fake/fake_window_service.h"
+#include "platform/fake/fake_desktop.h"
 #include "support/test_support.h"
 
 namespace zorvane {
@@ -20,7 +20,8 @@ class ToolDispatchTest : public ::testing::Test {
   testing::TempDir dir;
   testing::ScopedEnv socket{"ZORVANE_IPC_SOCK", dir.file("app.sock")};
   RunLoop loop;
-  FakeWindowService windows;
+  FakeDesktop desktop;
+  FakeWindowService& windows = desktop.windows;
   std::string scopePath = dir.file("scope.json");
   std::vector<PeerRequest> requests;
   bool allow = true;
@@ -39,7 +40,7 @@ class ToolDispatchTest : public ::testing::Test {
   // Runs the call on a worker (it blocks on the socket) while this thread serves.
   std::string call(const std::string& tool, const JSONObject& arguments) {
     auto result = std::async(std::launch::async, [&] {
-      ToolDispatch dispatch(scopePath, windows);
+      ToolDispatch dispatch(scopePath, desktop.services, [](int) {});
       try {
         auto content = dispatch.call(tool, arguments);
         std::string text;
@@ -148,7 +149,9 @@ TEST_F(ToolDispatchTest, WindowsPeersAndTheDesktop) {
             "ERROR No attached window matches \u201Cnothing\u201D. Attached:\n"
             "0: Document Viewer \u2014 Report.pdf [app window, org.gnome.Evince]\n"
             "1: org.chromium.Chromium [browser, org.chromium.Chromium]");
-  EXPECT_TRUE(call("screenshot", {{"target", "chromium"}}).starts_with("ERROR Can't drive \u201Corg.chromium.Chromium\u201D"));
+  EXPECT_TRUE(call("get_target_info", {{"target", "chromium"}})
+                  .starts_with("app: org.chromium.Chromium\npid: 400\nwindow: 15 \"\"\n"))
+      << "the entry's window is driven";
 }
 
 }  // namespace

@@ -25,4 +25,16 @@ inline constexpr std::string_view appleScriptMissing =
     "(xdg-open, gio, dbus-send, xdotool where installed), the click/type tools for apps, and "
     "browser_eval for web pages.";
 
+// "Zorvane lacks Accessibility permission.": the accessibility bus is what's missing here.
+inline constexpr std::string_view accessibilityMissing =
+    "Zorvane can't reach the accessibility bus (AT-SPI). Make sure at-spi2-core is installed and "
+    "accessibility is enabled in this desktop session.";
+// "Is Screen Recording granted to Zorvane": capture needs the X display, no permission.
+inline constexpr std::string_view screenshotFailed =
+    "Screenshot failed. Is the window on screen, and can Zorvane reach the X display?";
+// "on another Space"
+inline constexpr std::string_view otherDesktop = "on another workspace";
+// "through Accessibility"
+inline constexpr std::string_view accessibilityName = "the accessibility bus";
+
 }  // namespace zorvane::PlatformWords
