@@ -258,7 +258,9 @@ InkUniforms InkPipeline::uniforms(const GooScene& scene, Size viewSize, double s
   if (scene.ripple) {
     u.ripple[0] = float(scene.ripple->center.x);
     u.ripple[1] = float(scene.ripple->center.y);
-    u.ripple[2] = inkTime(scene.ripple->start);
+    // The start on the shader's clock, counted back from now: a ripple that began just
+    // before the clock wrapped at 1000 s keeps its true age.
+    u.ripple[2] = u.frame[3] - float(time - scene.ripple->start);
     u.ripple[3] = 1;
   }
   u.surface[0] = 7.0f;
