@@ -1,0 +1,48 @@
+// X11WindowService: the desktop's windows as the window manager publishes them (EWMH):
+// the managed client windows, front to back, each with its process, title, frame and
+// whether it is on screen.
+//
+// A window's frame is its client area in root coordinates: the pixels the application
+// draws, without the window manager's decorations. That is the rectangle
+// X11ScreenCapture captures, so a point in a screenshot plus the frame's origin is the
+// screen point to click. (Windows that draw their own title bar, as GTK and Chromium
+// do, have it inside this rectangle.)
+//
+// windows() lists every managed client, minimised ones and those on other desktops
+// too, with onScreen false. window(id) reads that one window only, in a handful of
+// round trips, and can be called every frame. A window that closes during a call is
+// simply gone: nothing or false, never a crash (X11Display records the error).
+//
+// Shares the display's thread (see X11Display).
+#pragma once
+
+#include <memory>
+
+#include "platform/window_service.h"
+#include "platform/x11/application_identity.h"
+
+namespace zorvane {
+
+class X11Display;
+
+class X11WindowService final : public WindowService {
+ public:
+  explicit X11WindowService(std::shared_ptr<X11Display> display,
+                            ApplicationIdentity identity = ApplicationIdentity::fromEnvironment());
+  ~X11WindowService() override;
+
+  std::vector<WindowInfo> windows() override;
+  std::optional<ApplicationInfo> application(int32_t pid) override;
+  std::optional<WindowInfo> window(uint32_t windowID) override;
+  // Sends _NET_ACTIVE_WINDOW (as a pager would, so the focus-stealing guard lets it
+  // through) and raises the window; false when the window is gone. Without a window
+  // manager it raises and focuses the window itself. Returns once the request is sent;
+  // the window manager acts on it shortly after.
+  bool activate(uint32_t windowID) override;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace zorvane
