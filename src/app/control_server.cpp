@@ -46,7 +46,7 @@ static std::vector<MCPContent> askApplication(const PeerRequest& request, double
 
 std::vector<MCPContent> ToolDispatch::call(const std::string& tool, const JSONObject& arguments) {
   ControlScope scope = scopePath_ ? ControlScope::load(*scopePath_) : ControlScope();
-  if (scope.allWindows.value_or(false)) scope.entries = ControlServer::desktopEntries(desktop_.windows, getpid());
+  if (scope.allWindows.value_or(false)) scope.entries = ControlServer::desktopEntries(desktop_().windows, getpid());
 
   if (scope.gate.value_or(false) && gatedTools().count(tool)) {
     PeerRequest approval{PeerRequest::Op::approve, scope.pieceID.value_or(UUID()), "mcp__zorvane__" + tool,
@@ -96,7 +96,7 @@ std::vector<MCPContent> ToolDispatch::call(const std::string& tool, const JSONOb
     throw MCPToolError("No attached window matches \u201C" + target.value_or("") + "\u201D. Attached:\n" +
                        scope.listing());
   }
-  WindowControl control(entry->windowID, entry->bundleID, std::nullopt, desktop_, sleeper_);
+  WindowControl control(entry->windowID, entry->bundleID, std::nullopt, desktop_(), sleeper_);
   return control.call(tool, arguments, fromRawValue<BrowserApp>(entry->bundleID));
 }
 
@@ -161,8 +161,11 @@ void run(const CommandLine& commandLine) {
     char folder[4096];
     if (getcwd(folder, sizeof folder) != nullptr) scopePath = std::string(folder) + "/" + *scopePath;
   }
-  std::unique_ptr<Desktop> desktop = Desktop::open();
-  ToolDispatch dispatch(scopePath, desktop->services());
+  std::unique_ptr<Desktop> desktop;
+  ToolDispatch dispatch(scopePath, [&desktop]() -> DesktopServices& {
+    if (!desktop) desktop = Desktop::open();
+    return desktop->services();
+  });
   MCPServer server(ZorvaneTools::specs(),
                    [&dispatch](const std::string& tool, const JSONObject& arguments) {
                      return dispatch.call(tool, arguments);

@@ -10,6 +10,7 @@
 // Single-threaded: one tool at a time, on the thread that serves.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -25,9 +26,12 @@ namespace zorvane {
 
 class ToolDispatch {
  public:
-  // `sleeper` paces synthetic input; tests pass one that doesn't wait.
-  ToolDispatch(std::optional<std::string> scopePath, DesktopServices& desktop, Input::Sleeper sleeper = Input::realSleep)
-      : scopePath_(std::move(scopePath)), desktop_(desktop), sleeper_(std::move(sleeper)) {}
+  // The desktop is asked for on the first call that needs it, so a server that only
+  // runs commands never connects to the display. `sleeper` paces synthetic input; tests
+  // pass one that doesn't wait.
+  using DesktopProvider = std::function<DesktopServices&()>;
+  ToolDispatch(std::optional<std::string> scopePath, DesktopProvider desktop, Input::Sleeper sleeper = Input::realSleep)
+      : scopePath_(std::move(scopePath)), desktop_(std::move(desktop)), sleeper_(std::move(sleeper)) {}
 
   // The MCPServer handler.
   std::vector<MCPContent> call(const std::string& tool, const JSONObject& arguments);
@@ -37,7 +41,7 @@ class ToolDispatch {
 
  private:
   std::optional<std::string> scopePath_;
-  DesktopServices& desktop_;
+  DesktopProvider desktop_;
   Input::Sleeper sleeper_;
 };
 

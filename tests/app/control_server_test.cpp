@@ -40,7 +40,8 @@ class ToolDispatchTest : public ::testing::Test {
   // Runs the call on a worker (it blocks on the socket) while this thread serves.
   std::string call(const std::string& tool, const JSONObject& arguments) {
     auto result = std::async(std::launch::async, [&] {
-      ToolDispatch dispatch(scopePath, desktop.services, [](int) {});
+      ToolDispatch dispatch(
+          scopePath, [this]() -> DesktopServices& { return desktop.services; }, [](int) {});
       try {
         auto content = dispatch.call(tool, arguments);
         std::string text;
