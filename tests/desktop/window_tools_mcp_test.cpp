@@ -2,6 +2,8 @@
 // driven the way an agent drives it, with the applications telling what reached them.
 #include <gtest/gtest.h>
 
+#include <X11/Xutil.h>
+
 #include <regex>
 
 #include "core/mcp/control_scope.h"
@@ -131,6 +133,21 @@ TEST_F(WindowToolsTest, DrivesAQtWindow) {
   EXPECT_EQ(tools.call("press", {{"ref", "zero"}}).text, "Refs start with 0 (from read_ui_tree).");
   EXPECT_FALSE(tools.call("read_ui_tree", {{"max_depth", 1e300}}).isError);
   EXPECT_EQ(tools.call("browser_eval", {{"js", "1"}}).text, "Not a browser window.");
+
+  // The whole desktop, when the scope says so, lists the window by its application.
+  ControlScope everything;
+  everything.allWindows = true;
+  everything.save(dir.file("all.json"));
+  ToolServerClient desktopTools(dir.file("all.json"));
+  EXPECT_NE(desktopTools.call("list_targets", JSONValue::object()).text.find("\u2014 Zorvane Qt test [app window, "),
+            std::string::npos);
+
+  // Minimised: no screenshot, and the text says why.
+  XIconifyWindow(display->display(), window->windowID, display->screen());
+  XFlush(display->display());
+  ASSERT_TRUE(testing::waitUntil([&] { return !windows.window(window->windowID)->onScreen; }, 10s));
+  EXPECT_TRUE(tools.call("screenshot", JSONValue::object())
+                  .text.starts_with("The bonded window isn't on screen right now (minimized, or on another workspace)"));
 
   // Closed: every tool says so, and the server lives on.
   app->stop();

@@ -29,6 +29,23 @@ static const CurlLibrary* load() {
     Log::info("libcurl is too old: its URL functions are missing");
     return nullptr;
   }
+  curl.hasTransfers =
+      lookUp(library, "curl_easy_init", curl.easyInit) && lookUp(library, "curl_easy_cleanup", curl.easyCleanup) &&
+      lookUp(library, "curl_easy_setopt", curl.easySetopt) && lookUp(library, "curl_easy_getinfo", curl.easyGetinfo) &&
+      lookUp(library, "curl_easy_strerror", curl.easyStrerror) && lookUp(library, "curl_multi_init", curl.multiInit) &&
+      lookUp(library, "curl_multi_cleanup", curl.multiCleanup) &&
+      lookUp(library, "curl_multi_add_handle", curl.multiAddHandle) &&
+      lookUp(library, "curl_multi_remove_handle", curl.multiRemoveHandle) &&
+      lookUp(library, "curl_multi_perform", curl.multiPerform) && lookUp(library, "curl_multi_poll", curl.multiPoll) &&
+      lookUp(library, "curl_multi_wakeup", curl.multiWakeup) &&
+      lookUp(library, "curl_multi_info_read", curl.multiInfoRead) &&
+      lookUp(library, "curl_slist_append", curl.slistAppend) &&
+      lookUp(library, "curl_slist_free_all", curl.slistFreeAll);
+  CURLcode (*globalInit)(long) = nullptr;
+  // Set up once here, under get()'s once-flag, rather than implicitly by the first
+  // easy handle, which older versions don't do thread-safely.
+  if (curl.hasTransfers && lookUp(library, "curl_global_init", globalInit)) globalInit(CURL_GLOBAL_DEFAULT);
+  if (!curl.hasTransfers) Log::info("libcurl is too old for HTTP transfers here (7.68 or later is needed)");
   return &curl;
 }
 

@@ -13,31 +13,12 @@
 #include <vector>
 
 #include "core/base/utf8.h"
+#include "platform/x11/virtual_keys.h"
 #include "platform/x11/x11_display.h"
 
 namespace zorvane {
 
 namespace {
-
-// The US virtual-key codes and the keysyms of the same keys.
-const std::map<uint16_t, KeySym>& virtualKeys() {
-  static const std::map<uint16_t, KeySym> table = {
-      {36, XK_Return}, {48, XK_Tab}, {49, XK_space}, {51, XK_BackSpace}, {53, XK_Escape},
-      {117, XK_Delete}, {115, XK_Home}, {119, XK_End}, {116, XK_Prior}, {121, XK_Next},
-      {123, XK_Left}, {124, XK_Right}, {125, XK_Down}, {126, XK_Up},
-      {122, XK_F1}, {120, XK_F2}, {99, XK_F3}, {118, XK_F4}, {96, XK_F5}, {97, XK_F6},
-      {98, XK_F7}, {100, XK_F8}, {101, XK_F9}, {109, XK_F10}, {103, XK_F11}, {111, XK_F12},
-      {0, XK_a}, {1, XK_s}, {2, XK_d}, {3, XK_f}, {4, XK_h}, {5, XK_g}, {6, XK_z}, {7, XK_x},
-      {8, XK_c}, {9, XK_v}, {11, XK_b}, {12, XK_q}, {13, XK_w}, {14, XK_e}, {15, XK_r},
-      {16, XK_y}, {17, XK_t}, {18, XK_1}, {19, XK_2}, {20, XK_3}, {21, XK_4}, {22, XK_6},
-      {23, XK_5}, {24, XK_equal}, {25, XK_9}, {26, XK_7}, {27, XK_minus}, {28, XK_8},
-      {29, XK_0}, {30, XK_bracketright}, {31, XK_o}, {32, XK_u}, {33, XK_bracketleft},
-      {34, XK_i}, {35, XK_p}, {37, XK_l}, {38, XK_j}, {39, XK_apostrophe}, {40, XK_k},
-      {41, XK_semicolon}, {42, XK_backslash}, {43, XK_comma}, {44, XK_slash}, {45, XK_n},
-      {46, XK_m}, {47, XK_period}, {50, XK_grave},
-  };
-  return table;
-}
 
 struct Modifier {
   uint64_t flag;
@@ -223,9 +204,9 @@ void X11Input::mouseButton(Point at, MouseButton button, bool down, int /*clickS
 
 void X11Input::key(uint16_t virtualKey, uint64_t flags, bool down) {
   Impl& d = *impl_;
-  auto entry = virtualKeys().find(virtualKey);
-  if (entry == virtualKeys().end()) return;
-  KeySym keysym = entry->second;
+  auto known = VirtualKeys::keysym(virtualKey);
+  if (!known) return;
+  KeySym keysym = *known;
 
   if (down) {
     for (const Modifier& modifier : kModifiers)
