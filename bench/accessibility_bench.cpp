@@ -31,6 +31,7 @@
 #include <thread>
 
 #include "platform/x11/atspi_accessibility.h"
+#include "summary_reporter.h"
 
 extern char** environ;
 
@@ -103,23 +104,9 @@ void press(benchmark::State& state) {
   }
 }
 
-class SummaryReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-      milliseconds[run.benchmark_name()] = run.real_accumulated_time * 1e3 / double(run.iterations);
-    }
-  }
-  std::map<std::string, double> milliseconds;
-};
-
-void printSummary(const std::map<std::string, double>& times) {
-  auto time = [&](const char* name) {
-    auto found = times.find(name);
-    return found == times.end() ? 0.0 : found->second;
-  };
+// Milliseconds per operation.
+void printSummary(const SummaryReporter& reporter) {
+  auto time = [&](const char* name) { return reporter.of(name) * 1e3; };
   double baseline = time("round_trip");
   std::printf("\nper operation; baseline = one round trip to the application (%.3f ms)\n", baseline);
   std::printf("%-12s %10s %8s %10s %12s  %s\n", "operation", "ms", "goal", "/ goal", "/ baseline", "");
@@ -195,7 +182,7 @@ int main(int argc, char** argv) {
       SummaryReporter reporter;
       benchmark::RunSpecifiedBenchmarks(&reporter);
       benchmark::Shutdown();
-      printSummary(reporter.milliseconds);
+      printSummary(reporter);
     }
   }
   ::kill(state.pid, SIGTERM);

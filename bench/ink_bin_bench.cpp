@@ -20,6 +20,7 @@
 #include "core/goo/shapes.h"
 #include "core/ink/ink_pipeline.h"
 #include "core/ink/ink_reference.h"
+#include "summary_reporter.h"
 
 namespace zorvane {
 namespace {
@@ -109,23 +110,8 @@ void fillNotch(benchmark::State& state) {
 }
 
 // Keeps the seconds per iteration of every run besides printing it as usual.
-class SummaryReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-      seconds[run.benchmark_name()] = run.real_accumulated_time / double(run.iterations);
-    }
-  }
-  std::map<std::string, double> seconds;
-};
-
-void printSummary(const std::map<std::string, double>& seconds) {
-  auto find = [&](const char* name) {
-    auto found = seconds.find(name);
-    return found == seconds.end() ? 0.0 : found->second;
-  };
+void printSummary(const SummaryReporter& reporter) {
+  auto find = [&](const std::string& name) { return reporter.of(name); };
   std::printf("\n");
   for (const char* which : {"notch", "fullscreen"}) {
     double bin = find((std::string("bin/") + which).c_str()), copy = find((std::string("copy/") + which).c_str());
@@ -163,6 +149,6 @@ int main(int argc, char** argv) {
   SummaryReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
-  printSummary(reporter.seconds);
+  printSummary(reporter);
   return 0;
 }

@@ -33,6 +33,7 @@
 #include "ui/ink_gpu_pipeline.h"
 #include "ui/ink_offscreen_renderer.h"
 #include "ui/ink_view.h"
+#include "../summary_reporter.h"
 
 // Every heap allocation of the process, so the idle ticks can be shown to make none.
 static std::atomic<uint64_t> heapAllocations{0};
@@ -116,23 +117,8 @@ void tickView(benchmark::State& state, bool busy) {
   state.counters["hand-offs"] = double(after.handOffs - before.handOffs);
 }
 
-class SummaryReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    ConsoleReporter::ReportRuns(runs);
-    for (const Run& run : runs) {
-      if (run.error_occurred || run.run_type != Run::RT_Iteration || run.iterations == 0) continue;
-      seconds[run.benchmark_name()] = run.real_accumulated_time / double(run.iterations);
-    }
-  }
-  std::map<std::string, double> seconds;
-};
-
-void printSummary(const std::map<std::string, double>& seconds) {
-  auto find = [&](const std::string& name) {
-    auto found = seconds.find(name);
-    return found == seconds.end() ? 0.0 : found->second;
-  };
+void printSummary(const SummaryReporter& reporter) {
+  auto find = [&](const std::string& name) { return reporter.of(name); };
   std::printf("\n%s\n", renderer->description().c_str());
   for (const char* size : {"440x200", "1512x982"}) {
     double binned = find(std::string("gpu/") + size + "/binned"), unbinned = find(std::string("gpu/") + size + "/unbinned");
@@ -184,6 +170,6 @@ int main(int argc, char** argv) {
   SummaryReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
-  printSummary(reporter.seconds);
+  printSummary(reporter);
   return 0;
 }

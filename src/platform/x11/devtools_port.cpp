@@ -148,22 +148,29 @@ std::string environmentOf(const std::string& procRoot, int32_t pid, std::string_
   return own ? own : "";
 }
 
-std::string defaultProfileFolder(BrowserApp app) {
+// How each browser of the family is started, and where its profile lives under the
+// configuration folder by default.
+struct BrowserCommand {
+  const char* command;
+  const char* profileFolder;
+};
+
+BrowserCommand browserCommand(BrowserApp app) {
   switch (app) {
     case BrowserApp::chrome:
-      return "google-chrome";
+      return {"google-chrome", "google-chrome"};
     case BrowserApp::brave:
-      return "BraveSoftware/Brave-Browser";
+      return {"brave-browser", "BraveSoftware/Brave-Browser"};
     case BrowserApp::edge:
-      return "microsoft-edge";
+      return {"microsoft-edge", "microsoft-edge"};
     case BrowserApp::vivaldi:
-      return "vivaldi";
+      return {"vivaldi", "vivaldi"};
     case BrowserApp::chromium:
     case BrowserApp::arc:
     case BrowserApp::safari:
       break;
   }
-  return "chromium";
+  return {"chromium", "chromium"};
 }
 
 bool isDirectory(const std::string& path) {
@@ -197,7 +204,7 @@ std::string profileFolder(const std::string& procRoot, int32_t pid, const Proces
   }
   std::string configHome = environmentOf(procRoot, pid, "XDG_CONFIG_HOME");
   if (configHome.empty()) configHome = environmentOf(procRoot, pid, "HOME") + "/.config";
-  return configHome + "/" + defaultProfileFolder(app);
+  return configHome + "/" + browserCommand(app).profileFolder;
 }
 
 std::optional<uint16_t> parsePort(std::string_view text) {
@@ -212,31 +219,13 @@ std::optional<uint16_t> parsePort(std::string_view text) {
   return uint16_t(port);
 }
 
-std::string commandFor(BrowserApp app) {
-  switch (app) {
-    case BrowserApp::chrome:
-      return "google-chrome";
-    case BrowserApp::brave:
-      return "brave-browser";
-    case BrowserApp::edge:
-      return "microsoft-edge";
-    case BrowserApp::vivaldi:
-      return "vivaldi";
-    case BrowserApp::chromium:
-    case BrowserApp::arc:
-    case BrowserApp::safari:
-      break;
-  }
-  return "chromium";
-}
-
 }  // namespace
 
 std::string noDebuggingPortText(BrowserApp app) {
   return std::string(appName(app)) +
          " wasn't started with a debugging port, so its pages can't be scripted. Quit it and start it with "
          "--remote-debugging-port=9222 (for example: " +
-         commandFor(app) + " --remote-debugging-port=9222).";
+         browserCommand(app).command + std::string(" --remote-debugging-port=9222).");
 }
 
 Expected<DevToolsPort> findDevToolsPort(int32_t pid, BrowserApp app, const std::string& procRoot) {
