@@ -1,5 +1,5 @@
 // Accessibility: the element tree of other applications' windows. Roles are given in
-// the design's vocabulary ("AXButton", "AXTextField", ...) on every platform, so tool
+// one vocabulary ("AXButton", "AXTextField", ...) on every platform, so tool
 // output reads the same everywhere. Implemented with AT-SPI in x11/, in memory in fake/.
 #pragma once
 
@@ -27,7 +27,18 @@ class AccessibleElement {
   virtual std::optional<Rect> frame() = 0;
   // Nothing when the children can't be read; an empty list when there are none.
   virtual std::optional<std::vector<std::shared_ptr<AccessibleElement>>> children() = 0;
-  // The design's result codes: 0 for success, anything else is the failure's code.
+  // The element that holds this one; null for an application's window (its parent is
+  // the application, not an element) and when unreadable.
+  virtual std::shared_ptr<AccessibleElement> parent() = 0;
+  // The element's URL ("AXURL") as an absolute string. For an item of a file manager's
+  // folder view, the file it stands for: the folder the window shows (from its location
+  // bar, so it is the same in every view) plus the item's name. For a link or a
+  // document, its address. Nothing when the element has none.
+  virtual std::optional<std::string> url() = 0;
+  // For a file manager's window, and any element inside one: the absolute path of the
+  // folder the window shows. Nothing anywhere else.
+  virtual std::optional<std::string> folder() = 0;
+  // Result codes: 0 for success, anything else is the failure's code.
   virtual int press() = 0;
   virtual int setFocused(bool focused) = 0;
   virtual int setValue(const std::string& value) = 0;

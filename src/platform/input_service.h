@@ -12,7 +12,7 @@ namespace zorvane {
 
 enum class MouseButton { left, right };
 
-// Modifier flags of a key event, as the design's key table counts them.
+// Modifier flags of a key event, as the US key table (Input.keys) counts them.
 namespace KeyFlags {
 inline constexpr uint64_t command = 0x100000;  // Super on Linux
 inline constexpr uint64_t shift = 0x20000;
@@ -27,7 +27,7 @@ class InputService {
   virtual void mouseMoved(Point at) = 0;
   // `clickState` counts the clicks of a multi-click: 2 on the second press of a double click.
   virtual void mouseButton(Point at, MouseButton button, bool down, int clickState) = 0;
-  // `virtualKey` is a code of the design's US key table (Input.keys); `flags` KeyFlags.
+  // `virtualKey` is a code of the US key table (Input.keys); `flags` KeyFlags.
   virtual void key(uint16_t virtualKey, uint64_t flags, bool down) = 0;
   // Types this text (UTF-8) whatever the keyboard layout; one chunk of up to 16 UTF-16 units.
   virtual void text(const std::string& chunk) = 0;

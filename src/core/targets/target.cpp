@@ -1,6 +1,7 @@
 #include "core/targets/target.h"
 
 #include "core/base/paths.h"
+#include "core/targets/file_manager_app.h"
 
 namespace zorvane {
 
@@ -162,10 +163,6 @@ bool isDenylisted(const std::optional<std::string>& bundleID) {
   return lower.find("bank") != std::string::npos;
 }
 
-// The file manager's bundle identifier: a hit on its window without an item under the
-// pointer is a hit on the folder it shows.
-static constexpr std::string_view kFileManagerBundleID = "com.apple.finder";
-
 std::optional<HitKind> classifyHit(int32_t ownerPID, int32_t ownPID,
                                    const std::optional<std::string>& ownerBundleID,
                                    const std::optional<URL>& axURL) {
@@ -174,7 +171,9 @@ std::optional<HitKind> classifyHit(int32_t ownerPID, int32_t ownPID,
   // A file under the pointer wins over whatever kind of application shows it.
   if (axURL && axURL->isFileURL()) return HitKind::finderItem(*axURL);
   if (!ownerBundleID) return HitKind::window();
-  if (*ownerBundleID == kFileManagerBundleID) return HitKind::finderWindowFolder();
+  // A hit on a file manager's window without an item under the pointer is a hit on the
+  // folder it shows.
+  if (fileManagerForBundleID(*ownerBundleID)) return HitKind::finderWindowFolder();
   if (systemBundleIDs().contains(*ownerBundleID)) return std::nullopt;
   if (std::optional<BrowserApp> app = fromRawValue<BrowserApp>(*ownerBundleID)) {
     return HitKind::browser(*app);

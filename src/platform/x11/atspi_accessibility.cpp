@@ -66,8 +66,13 @@ std::shared_ptr<AtspiElement> scanChildren(AtspiElement& element, Point point, i
     if (++scanned > kMaxScannedChildren) break;
     auto candidate = std::static_pointer_cast<AtspiElement>(child);
     std::optional<Rect> frame = candidate->frame();
-    if (!frame || frame->isEmpty()) {
-      if (transparentDepth <= 0 || !isShowing(*candidate)) continue;
+    bool usable = frame && !frame->isEmpty();
+    if (usable && !frame->contains(point)) continue;
+    // A child without usable extents, or one over the point that doesn't say it is
+    // showing (Thunar's page tab, depending on how its window came up), is looked
+    // through: what lies inside must be showing itself.
+    if (!usable || !isShowing(*candidate)) {
+      if (transparentDepth <= 0) continue;
       auto inner = scanChildren(*candidate, point, transparentDepth - 1);
       if (!inner) continue;
       std::optional<Rect> innerFrame = inner->frame();
@@ -75,7 +80,6 @@ std::shared_ptr<AtspiElement> scanChildren(AtspiElement& element, Point point, i
       if (area < bestArea) best = std::move(inner), bestArea = area;
       continue;
     }
-    if (!frame->contains(point) || !isShowing(*candidate)) continue;
     double area = frame->width * frame->height;
     if (area < bestArea) best = std::move(candidate), bestArea = area;
   }

@@ -14,6 +14,9 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
+
+#include "core/targets/file_manager_app.h"
 
 namespace zorvane {
 
@@ -65,6 +68,9 @@ class AtspiApp {
 
   AtspiAccessible* root() const { return root_.get(); }
   int32_t pid() const { return pid_; }
+  // The file manager this application is, known by its executable; null for any other
+  // application. Read once.
+  const FileManagerApp* fileManager();
 
   // False while the application is taken as not answering: callers then skip the call
   // and fail at once.
@@ -78,6 +84,7 @@ class AtspiApp {
   int32_t pid_;
   std::chrono::milliseconds callTimeout_, quietPeriod_;
   std::chrono::steady_clock::time_point quietUntil_{};
+  std::optional<const FileManagerApp*> fileManager_;
 };
 
 }  // namespace zorvane

@@ -7,6 +7,15 @@
 // give the empty answer the interface documents ("" / nothing); press, setFocused,
 // setValue and raise give the codes listed in atspi_accessibility.h.
 //
+// In a file manager (see FileManagerApp, known by the process's executable) an item of
+// the folder view answers `url()` with the file it shows: the folder from the window's
+// location bar (found with one Collection query) plus the item's name, when that file
+// exists. The item is, per toolkit: a table cell named after the file inside a row's
+// cell (GTK 3 list view, GTK 4 grid cell), the row's cell itself through its named
+// child, an icon whose text is the name (GTK 2 icon view), or a named child of the
+// desktop window, whose folder is the user's desktop folder. Elsewhere `url()` is a
+// link's target or a document's address.
+//
 // Not thread-safe: use elements on the thread that runs the AtspiRuntime.
 #pragma once
 
@@ -35,6 +44,9 @@ class AtspiElement final : public AccessibleElement {
   std::optional<std::string> value() override;
   std::optional<Rect> frame() override;
   std::optional<std::vector<std::shared_ptr<AccessibleElement>>> children() override;
+  std::shared_ptr<AccessibleElement> parent() override;
+  std::optional<std::string> url() override;
+  std::optional<std::string> folder() override;
   int press() override;
   int setFocused(bool focused) override;
   int setValue(const std::string& value) override;
@@ -58,6 +70,12 @@ class AtspiElement final : public AccessibleElement {
   std::optional<std::string> numberValue();
   bool hasEditableChild();
   std::optional<std::vector<std::shared_ptr<AccessibleElement>>> childrenByCollection();
+  std::shared_ptr<AtspiElement> parentElement();
+  // The display name of a file manager's item; nothing for any other element.
+  std::optional<std::string> itemName();
+  // The folder in the location bar of this window (an absolute path, no trailing "/").
+  std::optional<std::string> locationBarFolder();
+  std::optional<std::string> linkOrDocumentURL();
 
   GObjectPtr<AtspiAccessible> object_;
   std::shared_ptr<AtspiApp> app_;
