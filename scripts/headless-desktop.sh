@@ -169,10 +169,19 @@ if [ -n "$services_dir" ]; then
 EOF
   bus_args=(--config-file="$runtime/session-bus.conf")
 fi
-dbus-daemon "${bus_args[@]}" --fork --print-address=3 --print-pid=4 \
-  3>"$runtime/bus.address" 4>"$runtime/bus.pid" || fail "dbus-daemon did not start"
-DBUS_SESSION_BUS_ADDRESS=$(head -n1 "$runtime/bus.address")
-[ -n "$DBUS_SESSION_BUS_ADDRESS" ] || fail "dbus-daemon printed no address"
+# Not forked: the bus, and every service it starts on demand, stay descendants of this
+# script, so a caller that kills the whole process tree (CTest on a time-out) ends them
+# too, even when this script gets no chance to tear down.
+mkfifo "$runtime/bus.address" || fail "could not make a fifo in $runtime"
+dbus-daemon "${bus_args[@]}" --nofork --print-address=3 3>"$runtime/bus.address" \
+  >"$runtime/bus.log" 2>&1 &
+bus_pid=$!
+DBUS_SESSION_BUS_ADDRESS=""
+read -r -t 10 DBUS_SESSION_BUS_ADDRESS <"$runtime/bus.address"
+if [ -z "$DBUS_SESSION_BUS_ADDRESS" ] || ! alive "$bus_pid"; then
+  cat "$runtime/bus.log" >&2
+  fail "dbus-daemon did not start"
+fi
 export DBUS_SESSION_BUS_ADDRESS
 if command -v dbus-update-activation-environment >/dev/null; then
   dbus-update-activation-environment DISPLAY XDG_RUNTIME_DIR ZORVANE_HEADLESS_DESKTOP \

@@ -94,6 +94,13 @@ static std::string whole(double value) {
   return text;
 }
 
+// Line breaks become blanks, so each element, title or value keeps to its line.
+static std::string oneLine(std::string text) {
+  for (char& c : text)
+    if (c == '\n' || c == '\r') c = ' ';
+  return text;
+}
+
 // --- Reading the window ----------------------------------------------------------------
 
 WindowControl::Info WindowControl::info() {
@@ -160,12 +167,6 @@ std::shared_ptr<AccessibleElement> WindowControl::axWindow(const Info& window) {
   return best;
 }
 
-static std::string oneLine(std::string text) {
-  for (char& c : text)
-    if (c == '\n' || c == '\r') c = ' ';
-  return text;
-}
-
 namespace {
 
 struct TreeWalk {
@@ -186,7 +187,7 @@ struct TreeWalk {
     if (!label.empty() || !value.empty() || WindowControl::actionable().count(role)) {
       std::string line(static_cast<size_t>(std::min<int64_t>(depth, 12)), ' ');
       line += "[" + ref + "] " + role;
-      if (!label.empty()) line += " \"" + utf8Prefix(label, kLabelCharacters) + "\"";
+      if (!label.empty()) line += " \"" + oneLine(utf8Prefix(label, kLabelCharacters)) + "\"";
       if (!value.empty()) line += " value=\"" + oneLine(utf8Prefix(value, kValueCharacters)) + "\"";
       if (auto frame = element->frame()) {
         line += " @" + whole(frame->x - windowFrame.x) + "," + whole(frame->y - windowFrame.y) + " " +
@@ -207,7 +208,7 @@ std::string WindowControl::uiTree(int64_t maxDepth) {
   Info window = info();
   auto root = axWindow(window);
   std::vector<std::string> lines;
-  lines.push_back("window \"" + window.title + "\" " + whole(window.frame.width) + "x" + whole(window.frame.height) +
+  lines.push_back("window \"" + oneLine(window.title) + "\" " + whole(window.frame.width) + "x" + whole(window.frame.height) +
                   "; frames are window-relative points");
   TreeWalk walk{window.frame, maxDepth, lines};
   walk.walk(root, "0", 0);
@@ -286,7 +287,7 @@ std::vector<MCPContent> WindowControl::call(const std::string& tool, const JSONO
   if (tool == "get_target_info") {
     Info window = info();
     std::string text = "app: " + bundleID + "\npid: " + std::to_string(window.pid) + "\nwindow: " +
-                       std::to_string(windowID) + " \"" + window.title + "\"\nframe (points, top-left screen coords): " +
+                       std::to_string(windowID) + " \"" + oneLine(window.title) + "\"\nframe (points, top-left screen coords): " +
                        whole(window.frame.x) + "," + whole(window.frame.y) + " " + whole(window.frame.width) + "x" +
                        whole(window.frame.height) + "\non screen: " + (window.onScreen ? "true" : "false");
     if (browser) {

@@ -107,11 +107,13 @@ void InkFrameLoop::resetPerf(double now) {
 std::optional<InkDeviceRect> InkFrameLoop::deviceScissor(const Rect& points, double scale, int pixelWidth,
                                                          int pixelHeight) {
   if (points.isEmpty() || pixelWidth < 1 || pixelHeight < 1) return std::nullopt;
-  int x = std::max(int(points.x * scale), 0);
-  int y = std::max(int(points.y * scale), 0);
+  // Held to the target before any conversion to int, so no scene's numbers overflow.
+  auto within = [](double value, int limit) { return std::isnan(value) ? 0.0 : std::clamp(value, 0.0, double(limit)); };
+  int x = int(within(points.x * scale, pixelWidth));
+  int y = int(within(points.y * scale, pixelHeight));
   if (x >= pixelWidth || y >= pixelHeight) return std::nullopt;
-  int width = std::max(std::min(int(std::ceil(points.width * scale)), pixelWidth - x), 1);
-  int height = std::max(std::min(int(std::ceil(points.height * scale)), pixelHeight - y), 1);
+  int width = std::max(int(within(std::ceil(points.width * scale), pixelWidth - x)), 1);
+  int height = std::max(int(within(std::ceil(points.height * scale), pixelHeight - y)), 1);
   return InkDeviceRect{x, y, width, height};
 }
 

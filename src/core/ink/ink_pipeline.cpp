@@ -10,6 +10,9 @@ namespace zorvane {
 namespace {
 
 constexpr double kDefaultTile = 32;
+// Bounds on one frame's arrays: 8 MB of ranges, 64 MB of indices.
+constexpr size_t kMaxTiles = size_t(1) << 20;
+constexpr uint64_t kMaxIndices = uint64_t(1) << 24;
 
 // A positive finite number written alone in `text`, else nothing.
 double positiveNumber(const char* text) {
@@ -214,12 +217,15 @@ InkPipeline::Binned InkPipeline::bin(const GooScene& scene, Size viewSize, doubl
 void InkPipeline::bin(const GooScene& scene, Size viewSize, double tileSize, Binned& out) {
   Grid grid;
   grid.tile = tileOrDefault(tileSize);
-  grid.tilesX = tileCount(viewSize.width, grid.tile);
-  grid.tilesY = tileCount(viewSize.height, grid.tile);
+  // A grid far finer than the view needs (a tiny INK_TILE on a large view) is made
+  // coarser: at most kMaxTiles tiles, and at most 65536 along a side.
+  double width = std::max(viewSize.width, 1.0), height = std::max(viewSize.height, 1.0);
+  if (std::isfinite(width * height)) {
+    grid.tile = std::max({grid.tile, std::sqrt(width * height / double(kMaxTiles)),
+                          std::max(width, height) / 65536.0});
+  }
   grid.pad = scene.shadow ? 30 : 3;
   grid.blend = std::max(scene.blend, 0.0);  // 0 or less is a plain minimum in the shader
-  out.tilesX = grid.tilesX;
-  out.tilesY = grid.tilesY;
 
   out.prims.clear();
   out.prims.reserve(scene.blobs.size() + scene.capsules.size() + scene.boxes.size());
@@ -229,15 +235,31 @@ void InkPipeline::bin(const GooScene& scene, Size viewSize, double tileSize, Bin
 
   // Count per tile, then turn the counts into offsets, then fill each tile's list from
   // its end, last primitive first, which leaves every list ascending and every offset
-  // at the start of its list. No allocation once the buffers are large enough.
-  const size_t tiles = static_cast<size_t>(grid.tilesX) * grid.tilesY;
-  out.ranges.assign(tiles * 2, 0);
-  uint32_t* ranges = out.ranges.data();
-  visitTiles(scene, grid, [ranges](size_t tile, uint32_t) { ++ranges[tile * 2 + 1]; });
-  uint32_t total = 0;
+  // at the start of its list. No allocation once the buffers are large enough. Many
+  // large shapes on small tiles could list more entries than is sane to upload: then
+  // the tiles are made twice as large and counted again.
+  uint32_t* ranges = nullptr;
+  size_t tiles = 0;
+  uint64_t total = 0;
+  for (;;) {
+    grid.tilesX = tileCount(viewSize.width, grid.tile);
+    grid.tilesY = tileCount(viewSize.height, grid.tile);
+    tiles = static_cast<size_t>(grid.tilesX) * grid.tilesY;
+    out.ranges.assign(tiles * 2, 0);
+    ranges = out.ranges.data();
+    visitTiles(scene, grid, [ranges](size_t tile, uint32_t) { ++ranges[tile * 2 + 1]; });
+    total = 0;
+    for (size_t t = 0; t < tiles; ++t) total += ranges[t * 2 + 1];
+    if (total <= kMaxIndices) break;
+    grid.tile *= 2;
+  }
+  out.tilesX = grid.tilesX;
+  out.tilesY = grid.tilesY;
+  out.tileSize = grid.tile;
+  uint32_t offset = 0;
   for (size_t t = 0; t < tiles; ++t) {
-    total += ranges[t * 2 + 1];
-    ranges[t * 2] = total;
+    offset += ranges[t * 2 + 1];
+    ranges[t * 2] = offset;
   }
   out.indices.resize(total);
   uint32_t* indices = out.indices.data();
@@ -266,7 +288,8 @@ InkUniforms InkPipeline::uniforms(const GooScene& scene, Size viewSize, double s
   u.surface[0] = 7.0f;
   u.surface[1] = scene.sheen;
   u.surface[2] = 0.75f;
-  u.surface[3] = float(tileOrDefault(tileSize));
+  // The tiles the arrays were binned with, which may be coarser than asked for.
+  u.surface[3] = float(binned.tileSize > 0 ? binned.tileSize : tileOrDefault(tileSize));
   u.voidc[0] = scene.voidColor[0];
   u.voidc[1] = scene.voidColor[1];
   u.voidc[2] = scene.voidColor[2];

@@ -36,6 +36,7 @@ class InkPipeline {
     std::vector<uint32_t> indices;  // primitive indices
     int tilesX = 1;
     int tilesY = 1;
+    double tileSize = 0;  // the tile size used, in points
   };
 
   // Tile size in points: $INK_TILE when it is a positive number, else 32. Read once.

@@ -84,6 +84,8 @@ Expected<json> callPage(uint16_t port, const PageTarget& page, const std::string
     return Failure{"Couldn't send to the page: " + sent.error()};
 
   for (;;) {
+    // Messages for other callers don't extend the time the page has to answer us.
+    if (Clock::now() >= deadline) return Failure{"The page didn't answer within " + secondsText(allowed) + "."};
     auto message = (*client)->receiveText(deadline);
     if (!message) {
       if (Clock::now() >= deadline) return Failure{"The page didn't answer within " + secondsText(allowed) + "."};

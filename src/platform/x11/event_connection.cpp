@@ -47,8 +47,9 @@ struct EventConnectionHooks {
   static Bool convertError(Display* display, XErrorEvent* event, xError* wire) {
     EventConnection* owner = ownerOf(display);
     if (!owner) return True;
-    if (owner->errors_.size() < kMaxRecordedErrors)
-      owner->errors_.push_back({wire->errorCode, wire->majorCode, event->serial});
+    // Bounded, keeping the newest (the ones a caller is about to ask for).
+    if (owner->errors_.size() >= kMaxRecordedErrors) owner->errors_.erase(owner->errors_.begin());
+    owner->errors_.push_back({wire->errorCode, wire->majorCode, event->serial});
     return False;
   }
 
@@ -166,7 +167,8 @@ void EventConnection::run() {
     }
     if (lost_) break;
     XFlush(display_);
-    pollfd fds[2] = {{xFD, POLLIN, 0}, {wakeFD_, POLLIN, 0}};
+    // POLLRDHUP: a display over TCP that went away reads as data (EOF), not a hang-up.
+    pollfd fds[2] = {{xFD, POLLIN | POLLRDHUP, 0}, {wakeFD_, POLLIN, 0}};
     if (::poll(fds, 2, -1) < 0) continue;  // EINTR
     if (fds[1].revents & POLLIN) {
       uint64_t count = 0;
@@ -174,7 +176,7 @@ void EventConnection::run() {
     }
     // The server went away. Xlib's answer to reading a closed connection is to end the
     // process, so the connection is not touched again.
-    if (fds[0].revents & (POLLHUP | POLLERR)) lost_ = true;
+    if (fds[0].revents & (POLLHUP | POLLERR | POLLRDHUP)) lost_ = true;
   }
   if (lost_) Log::info(name_ + ": the connection to the X server was lost; no more events");
   // Whoever waits for work that will never run now is let go.

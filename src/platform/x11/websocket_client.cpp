@@ -288,6 +288,9 @@ Expected<std::string> WebSocketClient::receiveText(Clock::time_point deadline) {
   bool inMessage = false, messageIsText = false;
   for (;;) {
     if (closed_) return Failure{"the WebSocket is closed"};
+    // A peer that never stops sending (pings, fragments) can't hold the caller past
+    // its deadline either.
+    if (Clock::now() >= deadline) return Failure{"WebSocket: no message in time"};
     // One whole frame in `received_`, or read more.
     size_t headerSize = 2;
     uint64_t length = 0;

@@ -29,7 +29,12 @@ constexpr size_t kMaxRecordedErrors = 64;
 int handleXError(Display* display, XErrorEvent* event) {
   for (X11Display* owner : openDisplays()) {
     if (owner->display_ != display) continue;
-    if (owner->errors_.size() >= kMaxRecordedErrors) return 0;
+    // Bounded, keeping the newest: errors of requests nobody checked make room for the
+    // ones a caller is about to ask for.
+    if (owner->errors_.size() >= kMaxRecordedErrors) {
+      owner->errors_.erase(owner->errors_.begin());
+      owner->errorSerials_.erase(owner->errorSerials_.begin());
+    }
     char text[256] = {};
     XGetErrorText(display, event->error_code, text, sizeof text);
     owner->errors_.push_back({event->error_code, event->request_code, event->resourceid, text});

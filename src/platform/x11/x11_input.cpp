@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/base/log.h"
 #include "core/base/utf8.h"
 #include "platform/x11/virtual_keys.h"
 #include "platform/x11/x11_display.h"
@@ -81,13 +82,21 @@ struct X11Input::Impl {
     bool shifted = false;
   };
 
-  // Where the keyboard map has this keysym: the unshifted level first, then the shifted.
-  KeyLocation locate(KeySym keysym) {
+  // The keyboard layout in use (its XKB group): a key types what that group says, so a
+  // character only another layout holds counts as missing.
+  int activeGroup() {
+    XkbStateRec state{};
+    return XkbGetState(dpy(), XkbUseCoreKbd, &state) == Success ? state.group : 0;
+  }
+
+  // Where the active layout has this keysym: the unshifted level first, then the shifted.
+  KeyLocation locate(KeySym keysym, int group) {
     KeyCode keycode = XKeysymToKeycode(dpy(), keysym);
     if (keycode == 0) return {};
-    if (XkbKeycodeToKeysym(dpy(), keycode, 0, 0) == keysym) return {keycode, false};
-    if (XkbKeycodeToKeysym(dpy(), keycode, 0, 1) == keysym) return {keycode, true};
-    // On a level that needs another modifier (AltGr): not usable as it stands.
+    if (XkbKeycodeToKeysym(dpy(), keycode, group, 0) == keysym) return {keycode, false};
+    if (XkbKeycodeToKeysym(dpy(), keycode, group, 1) == keysym) return {keycode, true};
+    // On a level that needs another modifier (AltGr), or in another layout: not usable
+    // as it stands.
     return {};
   }
 
@@ -144,10 +153,10 @@ struct X11Input::Impl {
   }
 
   // Types up to as many characters as there are spare keycodes in one remapping.
-  void typeRun(const std::vector<KeySym>& keysyms) {
+  void typeRun(const std::vector<KeySym>& keysyms, int group) {
     std::map<KeySym, KeyCode> borrowed;
     for (KeySym keysym : keysyms) {
-      if (keysym == NoSymbol || locate(keysym).keycode || borrowed.count(keysym)) continue;
+      if (keysym == NoSymbol || locate(keysym, group).keycode || borrowed.count(keysym)) continue;
       if (borrowed.size() == spareKeycodes.size()) break;
       borrowed[keysym] = spareKeycodes[borrowed.size()];
     }
@@ -159,7 +168,7 @@ struct X11Input::Impl {
         typeAt({it->second, false});
         continue;
       }
-      if (KeyLocation location = locate(keysym); location.keycode) typeAt(location);
+      if (KeyLocation location = locate(keysym, group); location.keycode) typeAt(location);
     }
     if (borrowed.empty()) {
       XFlush(dpy());
@@ -246,6 +255,7 @@ void X11Input::text(const std::string& chunk) {
   std::vector<KeySym> keysyms;
   for (char32_t point : codePoints(repairUTF8(chunk))) keysyms.push_back(keysymForCodePoint(point));
   d.scanSpareKeycodes();
+  int group = d.activeGroup();
   // Runs of characters that fit the spare keycodes, one remapping each.
   size_t begin = 0;
   while (begin < keysyms.size()) {
@@ -253,7 +263,7 @@ void X11Input::text(const std::string& chunk) {
     std::vector<KeySym> missing;
     while (end < keysyms.size()) {
       KeySym keysym = keysyms[end];
-      bool needsSpare = keysym != NoSymbol && !d.locate(keysym).keycode &&
+      bool needsSpare = keysym != NoSymbol && !d.locate(keysym, group).keycode &&
                         std::find(missing.begin(), missing.end(), keysym) == missing.end();
       if (needsSpare) {
         if (missing.size() == d.spareKeycodes.size()) break;
@@ -261,8 +271,13 @@ void X11Input::text(const std::string& chunk) {
       }
       ++end;
     }
-    if (end == begin) return;  // no spare keycode at all: the rest can't be typed
-    d.typeRun({keysyms.begin() + begin, keysyms.begin() + end});
+    if (end == begin) {
+      // No spare keycode at all: this character can't be typed; the rest still is.
+      Log::info("typing: the keyboard map has no free keycode for a character; it was left out");
+      ++begin;
+      continue;
+    }
+    d.typeRun({keysyms.begin() + begin, keysyms.begin() + end}, group);
     begin = end;
   }
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <set>
 
 namespace zorvane {
@@ -191,7 +192,7 @@ TEST(InkPipeline, UniformsAndTime) {
   u = InkPipeline::uniforms(scene, {440, 200}, 1, 0, binned, 16);
   EXPECT_EQ(row(u.params), (V{12, 2, 0, 0}));
   EXPECT_EQ(row(u.ripple), (V{0, 0, 0, 0}));
-  EXPECT_EQ(u.surface[3], 16);
+  EXPECT_EQ(u.surface[3], 32) << "the tiles the arrays were binned with, whatever is asked";
 }
 
 TEST(InkPipeline, SceneBounds) {
@@ -202,6 +203,29 @@ TEST(InkPipeline, SceneBounds) {
   scene.capsules.push_back({{120, 50}, {110, 60}, 2, 4, 0});  // the larger radius counts
   scene.boxes.push_back({{0, 80, 10, 10}, 0, std::nullopt, std::nullopt, std::nullopt, 3});
   EXPECT_EQ(scene.bounds(), (Rect{-3, 46, 127, 64}));
+}
+
+}  // namespace
+}  // namespace zorvane
+
+namespace zorvane {
+namespace {
+
+// Tiles far too fine for the scene (many large shapes, a tiny INK_TILE) would list
+// billions of entries: the grid is made coarser instead, and the shader is told so.
+TEST(InkPipeline, OverfullGridsAreMadeCoarser) {
+  GooScene scene;
+  for (int i = 0; i < 300; ++i) scene.blobs.push_back({{1000, 1000}, 1500});
+  auto binned = InkPipeline::bin(scene, {2000, 2000}, 0.5);
+  EXPECT_GT(binned.tileSize, 0.5);
+  EXPECT_LE(binned.indices.size(), size_t(1) << 24);
+  EXPECT_EQ(binned.tilesX, int(std::ceil(2000 / binned.tileSize)));
+  EXPECT_EQ(binned.indices.size(), size_t(binned.tilesX) * binned.tilesY * 300) << "every tile lists every blob";
+  InkUniforms u = InkPipeline::uniforms(scene, {2000, 2000}, 1, 0, binned, 0.5);
+  EXPECT_EQ(u.surface[3], float(binned.tileSize));
+
+  auto ordinary = InkPipeline::bin(scene, {2000, 2000}, 32);
+  EXPECT_EQ(ordinary.tileSize, 32) << "a sane grid is left as asked";
 }
 
 }  // namespace
