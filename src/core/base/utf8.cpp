@@ -138,3 +138,45 @@ std::string trimmed(std::string_view text) {
 }
 
 }  // namespace zorvane
+
+namespace zorvane {
+
+std::vector<char32_t> codePoints(std::string_view text) {
+  std::string valid = repairUTF8(text);
+  std::vector<char32_t> points;
+  points.reserve(valid.size());
+  const auto* p = reinterpret_cast<const unsigned char*>(valid.data());
+  const auto* end = p + valid.size();
+  while (p < end) {
+    unsigned char lead = *p;
+    int length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    char32_t point = length == 1 ? lead : length == 2 ? lead & 0x1F : length == 3 ? lead & 0x0F : lead & 0x07;
+    for (int i = 1; i < length; ++i) point = (point << 6) | (p[i] & 0x3F);
+    points.push_back(point);
+    p += length;
+  }
+  return points;
+}
+
+std::string encodeUTF8(char32_t point) {
+  if ((point >= 0xD800 && point <= 0xDFFF) || point > 0x10FFFF) return std::string(kReplacement);
+  std::string out;
+  if (point < 0x80) {
+    out += static_cast<char>(point);
+  } else if (point < 0x800) {
+    out += static_cast<char>(0xC0 | (point >> 6));
+    out += static_cast<char>(0x80 | (point & 0x3F));
+  } else if (point < 0x10000) {
+    out += static_cast<char>(0xE0 | (point >> 12));
+    out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (point & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (point >> 18));
+    out += static_cast<char>(0x80 | ((point >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (point & 0x3F));
+  }
+  return out;
+}
+
+}  // namespace zorvane

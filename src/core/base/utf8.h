@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zorvane {
 
@@ -30,5 +31,11 @@ namespace zorvane {
 
 // Removes white space and line ends (ASCII) from both ends.
 [[nodiscard]] std::string trimmed(std::string_view text);
+
+// The Unicode scalar values of the text; an invalid sequence counts as U+FFFD.
+[[nodiscard]] std::vector<char32_t> codePoints(std::string_view text);
+
+// One scalar value as UTF-8; a surrogate or a value past U+10FFFF gives U+FFFD.
+[[nodiscard]] std::string encodeUTF8(char32_t point);
 
 }  // namespace zorvane

@@ -7,31 +7,12 @@
 
 #include "core/base/log.h"
 #include "platform/x11/event_connection.h"
+#include "core/base/utf8.h"
 #include "platform/x11/virtual_keys.h"
 
 namespace zorvane {
 
 namespace {
-
-std::string encodeUTF8(char32_t point) {
-  std::string out;
-  if (point < 0x80) {
-    out += static_cast<char>(point);
-  } else if (point < 0x800) {
-    out += static_cast<char>(0xC0 | (point >> 6));
-    out += static_cast<char>(0x80 | (point & 0x3F));
-  } else if (point < 0x10000) {
-    out += static_cast<char>(0xE0 | (point >> 12));
-    out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (point & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (point >> 18));
-    out += static_cast<char>(0x80 | ((point >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((point >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (point & 0x3F));
-  }
-  return out;
-}
 
 // The text a keysym types: Latin-1 keysyms are their code point, Unicode ones carry it
 // above 0x1000000; everything else (function keys, modifiers) types nothing visible.

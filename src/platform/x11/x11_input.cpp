@@ -36,23 +36,6 @@ constexpr Modifier kModifiers[] = {
 constexpr int kPixelsPerWheelClick = 40;
 constexpr int kMaxWheelClicks = 100;
 
-// The code points of valid UTF-8 text.
-std::vector<char32_t> codePoints(const std::string& text) {
-  std::vector<char32_t> points;
-  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
-  const auto* end = p + text.size();
-  while (p < end) {
-    unsigned char lead = *p;
-    int length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (end - p < length) break;
-    char32_t point = length == 1 ? lead : length == 2 ? lead & 0x1F : length == 3 ? lead & 0x0F : lead & 0x07;
-    for (int i = 1; i < length; ++i) point = (point << 6) | (p[i] & 0x3F);
-    points.push_back(point);
-    p += length;
-  }
-  return points;
-}
-
 KeySym keysymForCodePoint(char32_t point) {
   if (point == '\n' || point == '\r') return XK_Return;
   if (point == '\t') return XK_Tab;
@@ -253,7 +236,7 @@ void X11Input::key(uint16_t virtualKey, uint64_t flags, bool down) {
 void X11Input::text(const std::string& chunk) {
   Impl& d = *impl_;
   std::vector<KeySym> keysyms;
-  for (char32_t point : codePoints(repairUTF8(chunk))) keysyms.push_back(keysymForCodePoint(point));
+  for (char32_t point : codePoints(chunk)) keysyms.push_back(keysymForCodePoint(point));
   d.scanSpareKeycodes();
   int group = d.activeGroup();
   // Runs of characters that fit the spare keycodes, one remapping each.

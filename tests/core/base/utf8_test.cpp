@@ -54,4 +54,16 @@ TEST(UTF8, CountsCutsAndTrimsWholeScalarValues) {
   EXPECT_EQ(trimmed(" \n\t "), "");
 }
 
+// Text to scalar values and back, whatever the text holds.
+TEST(UTF8, CodePointsRoundTrip) {
+  std::string text = "a\xC3\xA9\xE2\x9C\x93\xF0\x9F\x98\x80";  // "aé✓😀"
+  EXPECT_EQ(codePoints(text), (std::vector<char32_t>{0x61, 0xE9, 0x2713, 0x1F600}));
+  std::string back;
+  for (char32_t point : codePoints(text)) back += encodeUTF8(point);
+  EXPECT_EQ(back, text);
+  EXPECT_EQ(codePoints("a\xFF"), (std::vector<char32_t>{0x61, 0xFFFD}));
+  EXPECT_EQ(encodeUTF8(0xD800), R);
+  EXPECT_EQ(encodeUTF8(0x110000), R);
+}
+
 }  // namespace zorvane
