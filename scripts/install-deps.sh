@@ -19,6 +19,8 @@ packages=(
   # they drive.
   xvfb xauth xfwm4 dbus dbus-x11 at-spi2-core x11-utils
   gtk-3-examples chromium thunar xfconf
+  # PCManFM's desktop icons (GTK 2: its accessibility needs the GTK 2 bridge module).
+  pcmanfm libatk-adaptor
 )
 
 missing=()

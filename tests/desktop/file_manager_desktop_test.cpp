@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <iostream>
 
 #include "app/drop_resolver.h"
 #include "app/restorer.h"
@@ -62,11 +64,31 @@ class CountingBrowsers final : public BrowserScripting {
   BrowserScripting& real_;
 };
 
+// The real window list, with `afterList` run once right after the first listing: the
+// desktop changes between the list and what is asked next.
+class ChangingWindows final : public WindowService {
+ public:
+  ChangingWindows(WindowService& real, std::function<void()> afterList) : real_(real), afterList_(std::move(afterList)) {}
+  std::vector<WindowInfo> windows() override {
+    std::vector<WindowInfo> list = real_.windows();
+    if (auto change = std::exchange(afterList_, {})) change();
+    return list;
+  }
+  std::optional<ApplicationInfo> application(int32_t pid) override { return real_.application(pid); }
+  std::optional<WindowInfo> window(uint32_t id) override { return real_.window(id); }
+  bool activate(uint32_t id) override { return real_.activate(id); }
+
+ private:
+  WindowService& real_;
+  std::function<void()> afterList_;
+};
+
 class FileManagerDesktop : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!std::getenv("ZORVANE_FILE_MANAGER_DESKTOP"))
-      GTEST_SKIP() << "run by tests/desktop/file_manager_desktop.sh (CTest: filemanager.headless)";
+    const char* mode = std::getenv("ZORVANE_FILE_MANAGER_DESKTOP");
+    if (!mode || std::string(mode) != "thunar")
+      GTEST_SKIP() << "run by tests/desktop/file_manager_desktop.sh thunar (CTest: filemanager.headless)";
     if (testing::findProgram("thunar").empty()) GTEST_SKIP() << "thunar is not installed";
     desktop_ = Desktop::open();
     ASSERT_TRUE(desktop_->services().accessibility.trusted()) << "the accessibility bus isn't there";
@@ -89,6 +111,40 @@ class FileManagerDesktop : public ::testing::Test {
     for (auto& window : services().accessibility.windows(pid))
       if (auto found = walk(window, 1)) return found;
     return nullptr;
+  }
+
+  // A Thunar window on `folder` (a Thunar already running takes the request over) and the
+  // frame of the row of `name` in it, once the row is on screen.
+  struct ShownRow {
+    std::unique_ptr<testing::DesktopApp> app;
+    WindowInfo window;
+    Rect row;
+  };
+  std::optional<ShownRow> showRow(const std::string& folder, const std::string& name) {
+    ShownRow shown;
+    shown.app = testing::DesktopApp::start({"thunar", folder});
+    if (!shown.app) return std::nullopt;
+    std::string title = URL::fileURL(folder, true).lastPathComponent() + " - Thunar";
+    bool found = testing::waitUntil(
+        [&] {
+          for (const WindowInfo& window : services().windows.windows())
+            if (window.title == title && window.onScreen) return shown.window = window, true;
+          return false;
+        },
+        20s);
+    if (!found) return std::nullopt;
+    found = testing::waitUntil(
+        [&] {
+          auto cell = findElement(shown.window.ownerPID,
+                                  [&](AccessibleElement& e) { return e.role() == "AXCell" && e.title() == name; });
+          std::optional<Rect> frame = cell ? cell->frame() : std::nullopt;
+          if (!frame || frame->isEmpty()) return false;
+          shown.row = *frame;
+          return true;
+        },
+        20s);
+    if (!found) return std::nullopt;
+    return shown;
   }
 
   std::unique_ptr<Desktop> desktop_;
@@ -231,6 +287,59 @@ TEST_F(FileManagerDesktop, RestoresAFileThroughFileManager1) {
   ASSERT_TRUE(window);
   EXPECT_EQ(window->ownerPID, owner->pid);
   EXPECT_EQ(window->title, "kept - Thunar");
+}
+
+// A Thunar window that closes between the window list and the questions about the point:
+// nothing, or no more than a window target whose anchor retires at its first tick; no X
+// error ends the process.
+TEST_F(FileManagerDesktop, WindowClosingDuringResolve) {
+  TempDir root;
+  root.write("closing/leaving.txt", "x");
+  auto shown = showRow(root.file("closing"), "leaving.txt");
+  ASSERT_TRUE(shown) << "no Thunar window with the row of leaving.txt";
+  uint32_t id = shown->window.windowID;
+  bool gone = false;
+  ChangingWindows windows(services().windows, [&] {
+    ASSERT_TRUE(testing::closeWindow(id));
+    gone = testing::waitUntil([&] { return !services().windows.window(id); }, 10s);
+  });
+  DesktopServices changing{windows, services().accessibility, services().input, services().capture,
+                           services().browsers};
+  DropResolver resolver(changing);
+  std::optional<Resolved> answer = resolver.resolve(middleOf(shown->row));
+  ASSERT_TRUE(gone) << "Thunar didn't close its window";
+  if (answer) {
+    EXPECT_NE(answer->target.kind(), Target::Kind::file) << answer->target.encode().dump();
+    EXPECT_FALSE(answer->anchor->tick());
+  }
+}
+
+// Thunar stopped (SIGSTOP) with its window on screen: a point over one of its rows is
+// answered once the accessibility calls have run into their time-out, with the window
+// alone (neither the file nor the folder can be read); a second point is answered
+// without waiting again. Runs last: Thunar is then taken as not answering for a while.
+TEST_F(FileManagerDesktop, StoppedThunarGivesItsWindow) {
+  TempDir root;
+  root.write("stopped/frozen.txt", "x");
+  auto shown = showRow(root.file("stopped"), "frozen.txt");
+  ASSERT_TRUE(shown) << "no Thunar window with the row of frozen.txt";
+  pid_t pid = shown->window.ownerPID;
+  ASSERT_EQ(::kill(pid, SIGSTOP), 0);
+  struct Resume {
+    pid_t pid;
+    ~Resume() { ::kill(pid, SIGCONT); }
+  } resume{pid};
+
+  DropResolver resolver(services());
+  for (Point at : {middleOf(shown->row), Point{shown->row.x + 5, shown->window.y + shown->window.height - 40}}) {
+    auto started = std::chrono::steady_clock::now();
+    std::optional<Resolved> answer = resolver.resolve(at);
+    auto took = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started);
+    std::cout << "resolve over a stopped Thunar took " << took.count() << " ms\n";
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->target.kind(), Target::Kind::window) << answer->target.encode().dump();
+    EXPECT_EQ(answer->anchor->windowID(), shown->window.windowID);
+  }
 }
 
 }  // namespace

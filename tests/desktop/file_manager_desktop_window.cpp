@@ -38,4 +38,20 @@ void ClassedWindow::destroy() {
 
 ClassedWindow::~ClassedWindow() { destroy(); }
 
+bool closeWindow(uint32_t windowID) {
+  Display* display = XOpenDisplay(nullptr);
+  if (!display) return false;
+  XEvent event{};
+  event.xclient.type = ClientMessage;
+  event.xclient.window = Window(windowID);
+  event.xclient.message_type = XInternAtom(display, "WM_PROTOCOLS", False);
+  event.xclient.format = 32;
+  event.xclient.data.l[0] = long(XInternAtom(display, "WM_DELETE_WINDOW", False));
+  event.xclient.data.l[1] = CurrentTime;
+  XSendEvent(display, Window(windowID), False, NoEventMask, &event);
+  XSync(display, False);
+  XCloseDisplay(display);
+  return true;
+}
+
 }  // namespace zorvane::testing

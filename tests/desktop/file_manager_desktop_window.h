@@ -1,6 +1,7 @@
 // A plain X window for the desktop tests, with a WM_CLASS and title of the test's
 // choosing and this process as its owner (_NET_WM_PID): stands in for an application
 // that would be hard to install, such as a password manager. Destroyed with the object.
+// And the close request a window manager sends to any client's window.
 #pragma once
 
 #include <cstdint>
@@ -24,5 +25,9 @@ class ClassedWindow {
   void* display_ = nullptr;
   uint32_t window_ = 0;
 };
+
+// Asks the client that owns the window to close it (WM_DELETE_WINDOW), as a window
+// manager's close button does; false when the display can't be opened.
+bool closeWindow(uint32_t windowID);
 
 }  // namespace zorvane::testing

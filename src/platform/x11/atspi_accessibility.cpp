@@ -41,11 +41,11 @@ int clampToInt(double value) {
 // a time, others may jump deeper); null when it has none.
 std::shared_ptr<AtspiElement> childAtPoint(AtspiElement& element, Point point) {
   if (!element.app()->answering()) return nullptr;
+  auto started = std::chrono::steady_clock::now();
   GObjectPtr<AtspiComponent> component(atspi_accessible_get_component_iface(element.object()));
   if (!component) return nullptr;
   GErrorSlot error;
   GObjectPtr<AtspiAccessible> hit;
-  auto started = std::chrono::steady_clock::now();
   hit.reset(atspi_component_get_accessible_at_point(component.get(), clampToInt(point.x), clampToInt(point.y),
                                                      ATSPI_COORD_TYPE_SCREEN, error.out()));
   element.app()->noteCall(started);

@@ -276,8 +276,8 @@ std::optional<std::string> AtspiElement::textValue() {
 
 std::optional<Rect> AtspiElement::frame() {
   if (!app_->answering()) return std::nullopt;
-  GObjectPtr<AtspiComponent> component(atspi_accessible_get_component_iface(object_.get()));
-  if (!component) return std::nullopt;
+  GObjectPtr<AtspiComponent> component(interfaceOf(atspi_accessible_get_component_iface));
+  if (!component || !app_->answering()) return std::nullopt;
   GErrorSlot error;
   CallTimer timer(*app_);
   std::unique_ptr<AtspiRect, GFree> extents(
@@ -321,8 +321,8 @@ std::optional<std::vector<std::shared_ptr<AccessibleElement>>> AtspiElement::chi
 // (ATK-based ones do; Qt doesn't): its matches for a rule that matches everything, not
 // descending, come in child order. Nothing when the interface is missing or fails.
 std::optional<std::vector<std::shared_ptr<AccessibleElement>>> AtspiElement::childrenByCollection() {
-  GObjectPtr<AtspiCollection> collection(atspi_accessible_get_collection_iface(object_.get()));
-  if (!collection) return std::nullopt;
+  GObjectPtr<AtspiCollection> collection(interfaceOf(atspi_accessible_get_collection_iface));
+  if (!collection || !app_->answering()) return std::nullopt;
   static AtspiMatchRule* const kEverything =
       atspi_match_rule_new(nullptr, ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL, nullptr,
                            ATSPI_Collection_MATCH_ALL, nullptr, ATSPI_Collection_MATCH_ALL, FALSE);
@@ -530,8 +530,8 @@ std::optional<std::string> AtspiElement::itemName() {
 
 std::optional<std::string> AtspiElement::locationBarFolder() {
   if (!app_->answering()) return std::nullopt;
-  GObjectPtr<AtspiCollection> collection(atspi_accessible_get_collection_iface(object_.get()));
-  if (!collection) return std::nullopt;
+  GObjectPtr<AtspiCollection> collection(interfaceOf(atspi_accessible_get_collection_iface));
+  if (!collection || !app_->answering()) return std::nullopt;
   GArray* roles = g_array_new(FALSE, FALSE, sizeof(AtspiRole));
   AtspiRole wanted[] = {ATSPI_ROLE_TEXT, ATSPI_ROLE_ENTRY};
   g_array_append_vals(roles, wanted, 2);

@@ -66,6 +66,18 @@ class AtspiElement final : public AccessibleElement {
   // The libatspi role, read once; ATSPI_ROLE_INVALID when unreadable.
   AtspiRole atspiRole();
   GObjectPtr<AtspiStateSet> states();
+  // One of the element's interfaces (`get` is an atspi_accessible_get_*_iface). Where
+  // libatspi hasn't cached the element's interface list it asks the application, so the
+  // lookup is timed like any other call: a stopped application costs one time-out here,
+  // not one for the lookup and another for the call that follows.
+  template <typename Interface>
+  GObjectPtr<Interface> interfaceOf(Interface* (*get)(AtspiAccessible*)) {
+    if (!app_->answering()) return nullptr;
+    auto started = std::chrono::steady_clock::now();
+    GObjectPtr<Interface> found(get(object_.get()));
+    app_->noteCall(started);
+    return found;
+  }
   std::optional<std::string> textValue();
   std::optional<std::string> numberValue();
   bool hasEditableChild();
