@@ -13,7 +13,7 @@ namespace {
 
 // The window service puts the desktop's own windows (the one that draws the desktop
 // icons) at this layer, below everything else.
-constexpr int kDesktopLayer = -1000;
+constexpr int kDesktopLayer = WindowInfo::desktopLayer;
 
 // An icon without a frame of its own is given this square at the point.
 constexpr double kFallbackIconSize = 64;

@@ -14,7 +14,8 @@ struct WindowInfo {
   uint32_t windowID = 0;
   int32_t ownerPID = 0;  // 0 when the owner isn't known
   double x = 0, y = 0, width = 0, height = 0;  // screen points, origin top left
-  int layer = 0;                                // 0 for normal application windows
+  int layer = 0;  // 0 for normal application windows, desktopLayer for the desktop's own
+  static constexpr int desktopLayer = -1000;
   std::string title;
   bool onScreen = true;  // mapped, not minimised, and on the current desktop
 };

@@ -15,32 +15,15 @@
 #include "core/base/log.h"
 #include "platform/x11/application_identity.h"
 #include "platform/x11/event_connection.h"
+#include "platform/x11/process_start_time.h"
 
 namespace zorvane {
 
 namespace {
 
-// When the process started, in clock ticks after boot (field 22 of /proc/<pid>/stat);
-// nothing when it is gone.
-std::optional<unsigned long long> startTime(int32_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string stat;
-  if (!std::getline(file, stat)) return std::nullopt;
-  size_t close = stat.rfind(')');  // the command name may hold blanks and parentheses
-  if (close == std::string::npos) return std::nullopt;
-  std::istringstream fields(stat.substr(close + 1));
-  std::string field;
-  // After the name: state (3) ... starttime (22).
-  for (int index = 3; index < 22; ++index)
-    if (!(fields >> field)) return std::nullopt;
-  unsigned long long ticks = 0;
-  if (!(fields >> ticks)) return std::nullopt;
-  return ticks;
-}
-
 // What tells a process apart from a later one with the same pid; nothing when it is gone.
 std::optional<std::string> processKey(int32_t pid) {
-  auto started = startTime(pid);
+  auto started = processStartTime(pid);
   if (!started) return std::nullopt;
   return "pid " + std::to_string(pid) + " " + std::to_string(*started);
 }
@@ -225,7 +208,7 @@ struct X11ApplicationLaunchWatcher::Impl {
   void forgetEndedProcesses() {
     for (auto it = processes.begin(); it != processes.end();) {
       int32_t pid = it->second;
-      if (pid > 0 && !startTime(pid))
+      if (pid > 0 && !processStartTime(pid))
         it = processes.erase(it);
       else
         ++it;

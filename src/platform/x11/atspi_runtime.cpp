@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <optional>
 
+#include "platform/x11/dbus_connect.h"
+
 namespace zorvane {
 namespace {
 
@@ -27,56 +29,6 @@ constexpr int kMaxApplications = 1000;
 
 std::string messageOf(const GError* error) { return error && error->message ? error->message : "unknown error"; }
 
-struct PendingConnection {
-  GDBusConnection* connection = nullptr;
-  GError* error = nullptr;
-  bool done = false;
-};
-
-// Opens a D-Bus connection within `timeoutMs`: a daemon that accepts but never finishes
-// the handshake would block the synchronous call for good.
-GObjectPtr<GDBusConnection> connectWithin(const std::string& address, int timeoutMs, std::string& failure) {
-  GMainContext* context = g_main_context_new();
-  g_main_context_push_thread_default(context);
-  GObjectPtr<GCancellable> cancellable(g_cancellable_new());
-  PendingConnection pending;
-  g_dbus_connection_new_for_address(
-      address.c_str(),
-      GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                           G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, cancellable.get(),
-      [](GObject*, GAsyncResult* result, gpointer data) {
-        auto* state = static_cast<PendingConnection*>(data);
-        state->connection = g_dbus_connection_new_for_address_finish(result, &state->error);
-        state->done = true;
-      },
-      &pending);
-  GSource* timer = g_timeout_source_new(guint(timeoutMs));
-  g_source_set_callback(
-      timer,
-      [](gpointer data) -> gboolean {
-        g_cancellable_cancel(static_cast<GCancellable*>(data));
-        return G_SOURCE_REMOVE;
-      },
-      cancellable.get(), nullptr);
-  g_source_attach(timer, context);
-  while (!pending.done) g_main_context_iteration(context, TRUE);
-  g_source_destroy(timer);
-  g_source_unref(timer);
-  g_main_context_pop_thread_default(context);
-  g_main_context_unref(context);
-
-  if (!pending.connection) {
-    bool timedOut = g_error_matches(pending.error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
-    failure = timedOut ? "no answer within " + std::to_string(timeoutMs) + " ms" : messageOf(pending.error);
-    if (pending.error) g_error_free(pending.error);
-    return nullptr;
-  }
-  // A private connection: when the bus goes away, it is closed, not the process.
-  g_dbus_connection_set_exit_on_close(pending.connection, FALSE);
-  return GObjectPtr<GDBusConnection>(pending.connection);
-}
-
 }  // namespace
 
 AtspiRuntime& AtspiRuntime::shared() {
@@ -87,11 +39,10 @@ AtspiRuntime& AtspiRuntime::shared() {
 GDBusConnection* AtspiRuntime::sessionBus() {
   if (session_ && !g_dbus_connection_is_closed(session_.get())) return session_.get();
   session_.reset();
-  GErrorSlot error;
-  GCharsPtr address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, error.out()));
-  if (!address) return nullptr;
+  std::string address = DBusConnect::sessionBusAddress();
+  if (address.empty()) return nullptr;
   std::string failure;
-  session_ = connectWithin(address.get(), kConnectTimeoutMs, failure);
+  session_.reset(DBusConnect::connectWithin(address, kConnectTimeoutMs, failure));
   return session_.get();
 }
 
@@ -118,7 +69,7 @@ Expected<void> AtspiRuntime::checkBusReachable() {
   }
   if (address.empty()) return Failure{"the accessibility bus has no address"};
   std::string failure;
-  GObjectPtr<GDBusConnection> bus = connectWithin(address, kConnectTimeoutMs, failure);
+  GObjectPtr<GDBusConnection> bus(DBusConnect::connectWithin(address, kConnectTimeoutMs, failure));
   if (!bus) return Failure{"the accessibility bus can't be reached: " + failure};
   g_dbus_connection_close_sync(bus.get(), nullptr, nullptr);
   return ok();

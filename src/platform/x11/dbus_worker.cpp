@@ -7,6 +7,7 @@
 #include <deque>
 
 #include "core/base/log.h"
+#include "platform/x11/dbus_connect.h"
 
 namespace zorvane {
 
@@ -18,14 +19,7 @@ std::string addressOf(DBusWorker::Bus bus) {
     const char* address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
     return address && *address ? address : "unix:path=/var/run/dbus/system_bus_socket";
   }
-  const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS");
-  if (address && *address) return address;
-  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (!runtime || !*runtime) return "";
-  std::string socket = std::string(runtime) + "/bus";
-  struct stat info {};
-  if (::stat(socket.c_str(), &info) != 0 || !S_ISSOCK(info.st_mode)) return "";
-  return "unix:path=" + socket;
+  return DBusConnect::sessionBusAddress();
 }
 
 }  // namespace

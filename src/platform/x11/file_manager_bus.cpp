@@ -9,24 +9,14 @@
 #include <thread>
 
 #include "core/base/log.h"
+#include "platform/x11/dbus_connect.h"
 
 namespace zorvane {
 namespace {
 
 constexpr const char* kFileManagerName = "org.freedesktop.FileManager1";
 constexpr const char* kFileManagerPath = "/org/freedesktop/FileManager1";
-
-// The session bus's address, or "" when there is none to reach: never GLib's
-// autolaunch, which would start a bus of its own.
-std::string sessionBusAddress() {
-  if (const char* address = std::getenv("DBUS_SESSION_BUS_ADDRESS"); address && *address) return address;
-  if (const char* runtime = std::getenv("XDG_RUNTIME_DIR"); runtime && *runtime) {
-    std::string socket = std::string(runtime) + "/bus";
-    struct stat status;
-    if (::stat(socket.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) return "unix:path=" + socket;
-  }
-  return "";
-}
+constexpr int kConnectTimeoutMs = 2000;
 
 std::string textOf(GError* error) { return error && error->message ? error->message : "unknown error"; }
 
@@ -94,17 +84,12 @@ struct FileManagerBus::Shared {
   GDBusConnection* connection() {
     if (bus && !g_dbus_connection_is_closed(bus)) return bus;
     if (bus) g_object_unref(std::exchange(bus, nullptr));
-    std::string address = sessionBusAddress();
+    std::string address = DBusConnect::sessionBusAddress();
     if (address.empty()) return nullptr;
-    GError* error = nullptr;
-    bus = g_dbus_connection_new_for_address_sync(
-        address.c_str(),
-        GDBusConnectionFlags(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                             G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, &error);
-    if (!bus && !connectFailed) Log::info("file manager: can't reach the session bus: " + textOf(error));
+    std::string failure;
+    bus = DBusConnect::connectWithin(address, kConnectTimeoutMs, failure);
+    if (!bus && !connectFailed) Log::info("file manager: can't reach the session bus: " + failure);
     connectFailed = !bus;
-    g_clear_error(&error);
     return bus;
   }
 

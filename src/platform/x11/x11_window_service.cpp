@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "core/base/utf8.h"
+#include "platform/x11/process_start_time.h"
 #include "platform/x11/x11_display.h"
 
 namespace zorvane {
@@ -19,7 +20,7 @@ namespace {
 
 // Window layers, ordered as the window server stacks them: 0 is an ordinary application
 // window (normal, dialog, splash); below 0 lies under them, above 0 floats over them.
-constexpr int kDesktopLayer = -1000;
+constexpr int kDesktopLayer = WindowInfo::desktopLayer;
 constexpr int kBelowLayer = -1;
 constexpr int kNormalLayer = 0;
 constexpr int kFloatingLayer = 3;  // "keep above", utility panels, toolbars, torn-off menus
@@ -42,21 +43,6 @@ std::string latin1ToUTF8(const std::string& text) {
     }
   }
   return out;
-}
-
-// The start time of a process in clock ticks since boot, to tell a reused pid apart.
-unsigned long long processStartTime(int32_t pid) {
-  std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-  std::string stat;
-  std::getline(in, stat);
-  size_t close = stat.rfind(')');
-  if (close == std::string::npos) return 0;
-  std::istringstream fields(stat.substr(close + 2));
-  std::string field;
-  // Fields after the command name start at field 3 (state); the start time is field 22.
-  for (int index = 3; fields >> field; ++index)
-    if (index == 22) return std::strtoull(field.c_str(), nullptr, 10);
-  return 0;
 }
 
 }  // namespace
@@ -289,7 +275,7 @@ std::optional<WindowInfo> X11WindowService::window(uint32_t windowID) {
 std::optional<ApplicationInfo> X11WindowService::application(int32_t pid) {
   Impl& d = *impl_;
   if (pid <= 0) return std::nullopt;
-  unsigned long long startTime = processStartTime(pid);
+  unsigned long long startTime = processStartTime(pid).value_or(0);
   if (startTime == 0) {  // no such process
     d.applications.erase(pid);
     return std::nullopt;
