@@ -36,25 +36,12 @@ TEST(LearnDemoSelftest, SendsTheCompiledPromptToTheAgent) {
   EXPECT_EQ(run.code, 0) << run.out << run.err;
   EXPECT_TRUE(run.out.starts_with("target: folder:" + work.path() + " agent: claude ")) << run.out;
   EXPECT_TRUE(run.out.ends_with("\noutcome: answer(echo: " + expected + ")\n")) << run.out;
-  EXPECT_NE(
-      run.out.find(
-          "1. Click “Search or start new chat” textfield in “Chats” (at 160,90)\n2. Type “Mom”\n"),
-      std::string::npos);
   EXPECT_EQ(run.out.find("@learn-demo"), std::string::npos)
       << "the typed words never reach the agent";
   struct stat info {};
   EXPECT_EQ(::stat(folder.c_str(), &info), 0) << "the skill folder was made";
   EXPECT_TRUE(S_ISDIR(info.st_mode));
   EXPECT_FALSE(testing::readAll(home.file("start-1.json")).empty()) << "the stand-in was the agent";
-
-  // Any other prompt goes through as typed.
-  ProcessRun plain = runZorvane({"--selftest", work.path(), "learn-demo is just words"},
-                                testing::fixtureBin() + ":/usr/bin:/bin", home.path(),
-                                {{"STANDIN_SCENARIO", scenario}});
-  EXPECT_EQ(plain.code, 0) << plain.out << plain.err;
-  EXPECT_TRUE(plain.out.ends_with("\noutcome: answer(echo: learn-demo is just words)\n"))
-      << plain.out;
 }
-
 }  // namespace
 }  // namespace zorvane

@@ -2,10 +2,14 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
+
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "core/base/log.h"
 
 namespace zorvane::testing {
 
@@ -61,6 +65,25 @@ std::string readAll(const std::string& path) {
   std::stringstream buffer;
   buffer << in.rdbuf();
   return buffer.str();
+}
+
+std::vector<std::string> folderEntries(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& item : std::filesystem::directory_iterator(folder)) names.push_back(item.path().filename());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+ScopedLogFile::ScopedLogFile(std::string path) : path_(std::move(path)) { Log::setFile(path_); }
+
+ScopedLogFile::~ScopedLogFile() {
+  Log::flush();
+  Log::setFile("");
+}
+
+std::string ScopedLogFile::text() const {
+  Log::flush();
+  return readAll(path_);
 }
 
 }  // namespace zorvane::testing

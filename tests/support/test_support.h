@@ -1,9 +1,10 @@
-// Helpers shared by the tests: a temporary folder that removes itself, and an
-// environment variable that is restored at the end of the scope.
+// Helpers shared by the tests: a temporary folder that removes itself, an environment
+// variable that is restored at the end of the scope, and the log sent to a file.
 #pragma once
 
-#include <string>
 #include <optional>
+#include <string>
+#include <vector>
 
 namespace zorvane::testing {
 
@@ -52,5 +53,22 @@ class TempHome {
 
 // Reads a whole file ("" if missing).
 std::string readAll(const std::string& path);
+
+// The names in a folder, sorted.
+std::vector<std::string> folderEntries(const std::string& folder);
+
+// Sends the log to `path` for the life of the object, then back to the default.
+class ScopedLogFile {
+ public:
+  explicit ScopedLogFile(std::string path);
+  ~ScopedLogFile();
+  ScopedLogFile(const ScopedLogFile&) = delete;
+  ScopedLogFile& operator=(const ScopedLogFile&) = delete;
+  // What the log file holds so far, flushed.
+  std::string text() const;
+
+ private:
+  std::string path_;
+};
 
 }  // namespace zorvane::testing

@@ -7,22 +7,13 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <set>
 
 #include "support/test_support.h"
 
 namespace zorvane {
 
 using testing::readAll;
-using Names = std::set<std::string>;
-
-static Names entriesOf(const std::string& folder) {
-  Names names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    names.insert(entry.path().filename().string());
-  }
-  return names;
-}
+using Names = std::vector<std::string>;
 
 static unsigned modeOf(const std::string& path) {
   struct stat info {};
@@ -47,7 +38,7 @@ TEST(FileIO, WriteCreatesFoldersReplacesTheFileAndSetsItsMode) {
   ASSERT_TRUE(writeFileAtomically(path, "2nd", 0640));
   EXPECT_EQ(readFile(path).value(), "2nd");
   EXPECT_EQ(modeOf(path), 0600u);
-  EXPECT_EQ(entriesOf(dir.file("a/b")), Names{"c.bin"});
+  EXPECT_EQ(testing::folderEntries(dir.file("a/b")), Names{"c.bin"});
   EXPECT_TRUE(writeFileAtomically(dir.file(std::string(250, 'n')), "x")) << "a long name fits";
   ASSERT_TRUE(createDirectories(dir.file("x//y/z/")));
   EXPECT_TRUE(std::filesystem::is_directory(dir.file("x/y/z")));
@@ -62,7 +53,7 @@ TEST(FileIO, FailedWriteLeavesOldFileWholeAndNoTemporaryFile) {
   testing::TempDir dir;
   std::string old = dir.write("data/store.json", "{\"old\": true}\n");
   dir.write("data/folder/inside", "keep");
-  const Names before = entriesOf(dir.file("data"));
+  const Names before = testing::folderEntries(dir.file("data"));
 
   // The file system refuses to grow the file past 64 KiB, partway through the write.
   rlimit saved{};
@@ -92,7 +83,7 @@ TEST(FileIO, FailedWriteLeavesOldFileWholeAndNoTemporaryFile) {
             "create folder " + old + ": Not a directory");
   EXPECT_EQ(writeFileAtomically("", "x").error(), "write: the path is empty");
   EXPECT_EQ(readAll(old), "{\"old\": true}\n");
-  EXPECT_EQ(entriesOf(dir.file("data")), before);
+  EXPECT_EQ(testing::folderEntries(dir.file("data")), before);
 }
 
 }  // namespace zorvane

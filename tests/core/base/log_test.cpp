@@ -12,6 +12,7 @@
 
 namespace zorvane {
 
+using testing::ScopedLogFile;
 using testing::TempDir;
 
 static std::vector<std::string> linesOf(const std::string& path) {
@@ -20,15 +21,6 @@ static std::vector<std::string> linesOf(const std::string& path) {
   for (std::string line; std::getline(in, line);) lines.push_back(line.substr(20));  // no time
   return lines;
 }
-
-// Sends the log to a file for one test and back to the default afterwards.
-struct ScopedLogFile {
-  explicit ScopedLogFile(const std::string& path) { Log::setFile(path); }
-  ~ScopedLogFile() {
-    Log::flush();
-    Log::setFile("");
-  }
-};
 
 // Lines from several threads all arrive, each whole and stamped, in each thread's order.
 TEST(Log, LinesFromManyThreadsAllArriveWhole) {

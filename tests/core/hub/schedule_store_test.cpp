@@ -1,12 +1,13 @@
 #include "core/hub/schedule_store.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "core/base/file_io.h"
-#include "core/base/log.h"
 #include "core/base/utf8.h"
 #include "support/test_support.h"
+#include "support/time_support.h"
 
 namespace zorvane {
 
@@ -22,20 +23,11 @@ using std::chrono::seconds;
 
 constexpr seconds kGrace{7200};
 
-SystemTime at(const char* text) {
-  return *parseISO8601(text);
-}
+using std::filesystem::exists;
+using testing::at;
+using testing::ScopedLogFile;
 
-Calendar berlin() {
-  std::optional<Calendar> calendar = Calendar::named("Europe/Berlin");
-  EXPECT_TRUE(calendar.has_value()) << "Europe/Berlin is not in the installed tzdata";
-  return calendar.value_or(Calendar::utc());
-}
-
-bool exists(const std::string& path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0;
-}
+Calendar berlin() { return testing::zone("Europe/Berlin"); }
 
 // A clock the test moves by hand.
 struct ManualClock {
@@ -51,23 +43,6 @@ ScheduleItem makeItem(const char* title, ScheduleSpec spec, std::optional<System
   item.nextRun = nextRun;
   return item;
 }
-
-// Points the log at a file of the test's own for the life of the object.
-class ScopedLogFile {
- public:
-  explicit ScopedLogFile(std::string path) : path_(std::move(path)) { Log::setFile(path_); }
-  ~ScopedLogFile() {
-    Log::flush();
-    Log::setFile("");
-  }
-  std::string text() const {
-    Log::flush();
-    return testing::readAll(path_);
-  }
-
- private:
-  std::string path_;
-};
 
 // A tick over a store with items of every kind: due ones run (at most `grace` late, exactly
 // `grace` included), later ones are missed once and move on to their next future time, a

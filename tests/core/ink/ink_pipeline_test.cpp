@@ -205,12 +205,6 @@ TEST(InkPipeline, SceneBounds) {
   EXPECT_EQ(scene.bounds(), (Rect{-3, 46, 127, 64}));
 }
 
-}  // namespace
-}  // namespace zorvane
-
-namespace zorvane {
-namespace {
-
 // Tiles far too fine for the scene (many large shapes, a tiny INK_TILE) would list
 // billions of entries: the grid is made coarser instead, and the shader is told so.
 TEST(InkPipeline, OverfullGridsAreMadeCoarser) {

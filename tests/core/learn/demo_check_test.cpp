@@ -40,12 +40,6 @@ TEST(DemoCheck, ReplacesOnlyLearnDemoPrompts) {
                                           .bundleID = "net.whatsapp.WhatsApp",
                                           .skillDir = folder,
                                           .steps = Demonstration::compile(DemoCheck::events())}));
-  EXPECT_TRUE(prompt->starts_with(
-      "I just demonstrated a task in WhatsApp (net.whatsapp.WhatsApp) while you watched."));
-  EXPECT_NE(prompt->find("\n6. Press return\n\nDo this:"), std::string::npos) << *prompt;
-  EXPECT_NE(prompt->find("2. Write " + folder +
-                         "/SKILL.md with YAML frontmatter `name: send-whatsapp-message-test`"),
-            std::string::npos);
   struct stat info {};
   EXPECT_EQ(::stat(folder.c_str(), &info), 0);
   EXPECT_TRUE(S_ISDIR(info.st_mode));

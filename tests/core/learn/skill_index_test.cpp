@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "support/test_support.h"
+#include "support/time_support.h"
 
 namespace zorvane {
 
@@ -17,9 +18,7 @@ void PrintTo(const LearnedSkill& skill, std::ostream* out) {
 
 namespace {
 
-SystemTime at(const char* iso) {
-  return *parseISO8601(iso);
-}
+using testing::at;
 
 LearnedSkill learned(std::string slug, std::string bundleID = "net.whatsapp.WhatsApp") {
   return {

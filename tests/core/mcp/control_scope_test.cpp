@@ -73,7 +73,9 @@ TEST(ControlScope, ChoosesEntries) {
     SCOPED_TRACE(c.target.value_or("<absent>"));
     auto entry = scope.entry(c.target);
     ASSERT_EQ(entry.has_value(), c.windowID.has_value());
-    if (entry) EXPECT_EQ(entry->windowID, *c.windowID);
+    if (entry) {
+      EXPECT_EQ(entry->windowID, *c.windowID);
+    }
   }
   EXPECT_FALSE(ControlScope().entry(std::string("0")));
   EXPECT_FALSE(ControlScope().entry(std::nullopt));

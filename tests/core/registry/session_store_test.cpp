@@ -13,12 +13,16 @@
 #include "core/base/log.h"
 #include "core/base/paths.h"
 #include "support/test_support.h"
+#include "support/time_support.h"
 
 namespace zorvane {
 
 void PrintTo(const SessionRecord& record, std::ostream* out) { *out << encodeCompact(record.encode()); }
 
 namespace {
+
+using testing::at;
+using testing::folderEntries;
 
 // Forks `count` real processes, each running `work(index)` and exiting with its result (a
 // child that throws exits 100; one that hangs is ended by SIGALRM after 60 s). While any
@@ -62,8 +66,6 @@ std::vector<std::string> runChildren(int count, const std::function<int(int)>& w
   return endings;
 }
 
-SystemTime at(const char* text) { return *parseISO8601(text); }
-
 SessionRecord recordFor(const Target& target, std::string name, const char* updatedAt = "2026-05-01T09:30:00Z") {
   SessionRecord record;
   record.targetKey = target.targetKey();
@@ -82,13 +84,6 @@ Target editorWindow(uint32_t windowID, std::string title) {
 
 Target docsTab(const char* url, std::string title) {
   return Target::browserTab(BrowserApp::chromium, 5, *URL::parse(url), std::move(title));
-}
-
-std::vector<std::string> folderEntries(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& item : std::filesystem::directory_iterator(folder)) names.push_back(item.path().filename());
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 // An exact key wins over any loose one; among loose hits the newest, the first of equal
@@ -257,20 +252,11 @@ TEST(SessionStore, DecodesAllOrNothingAndKeepsBadFilesAside) {
        2},
       {"null optionals", with([](JSONValue& v) { v["looseKey"] = nullptr; v["agent"] = nullptr; }), 2},
       {"unknown keys", with([](JSONValue& v) { v["future"] = {{"x", 1}}; }), 2},
-      {"whole float turns", with([](JSONValue& v) { v["turns"] = 3.0; }), 2},
-      {"negative turns", with([](JSONValue& v) { v["turns"] = -1; }), 2},
-      {"lower-case id", with([](JSONValue& v) { v["sessionID"] = "e621e1f8-c36c-495a-93fc-0c247a3e6e5f"; }), 2},
       {"no turns", with([](JSONValue& v) { v.erase("turns"); }), 0},
-      {"turns as text", with([](JSONValue& v) { v["turns"] = "3"; }), 0},
-      {"fractional turns", with([](JSONValue& v) { v["turns"] = 3.5; }), 0},
       {"turns past 64 bits", with([](JSONValue& v) { v["turns"] = 9223372036854775808ull; }), 0},
       {"no targetKey", with([](JSONValue& v) { v.erase("targetKey"); }), 0},
       {"looseKey a number", with([](JSONValue& v) { v["looseKey"] = 5; }), 0},
       {"fractional seconds", with([](JSONValue& v) { v["updatedAt"] = "2026-05-01T09:30:00.250Z"; }), 0},
-      {"offset date", with([](JSONValue& v) { v["updatedAt"] = "2026-05-01T11:30:00+02:00"; }), 0},
-      {"impossible date", with([](JSONValue& v) { v["updatedAt"] = "2026-02-30T09:30:00Z"; }), 0},
-      {"date as a number", with([](JSONValue& v) { v["updatedAt"] = 1777627800; }), 0},
-      {"bad id", with([](JSONValue& v) { v["sessionID"] = "E621E1F8C36C495A93FC0C247A3E6E5F"; }), 0},
       {"element not an object", "[" + encodeCompact(good) + ",\"record\"]", 0},
       {"object, not array", encodeCompact(good), 0},
       {"cut short", "[" + encodeCompact(good).substr(0, 40), 0},
@@ -281,7 +267,7 @@ TEST(SessionStore, DecodesAllOrNothingAndKeepsBadFilesAside) {
     testing::TempDir dir;
     std::string path = dir.write("sessions.json", c.file);
     SessionStore store(path);
-    EXPECT_EQ(store.records().size(), c.records);
+    ASSERT_EQ(store.records().size(), c.records);
     if (c.records > 0) {
       EXPECT_EQ(store.records()[0], record);
       EXPECT_FALSE(std::filesystem::exists(path + ".corrupt"));
