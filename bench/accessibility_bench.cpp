@@ -175,15 +175,7 @@ int main(int argc, char** argv) {
     benchmark::RegisterBenchmark("ui_tree", treeWalk, false)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("element_at", elementAt)->Unit(benchmark::kMillisecond);
     benchmark::RegisterBenchmark("press", press)->Unit(benchmark::kMillisecond);
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
-      status = 1;
-    } else {
-      SummaryReporter reporter;
-      benchmark::RunSpecifiedBenchmarks(&reporter);
-      benchmark::Shutdown();
-      printSummary(reporter);
-    }
+    status = runWithSummary(argc, argv, printSummary);
   }
   ::kill(state.pid, SIGTERM);
   ::waitpid(state.pid, nullptr, 0);

@@ -144,11 +144,5 @@ int main(int argc, char** argv) {
       ->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark("fill/notch", fillNotch)->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark("reference/notch", referenceNotch)->Unit(benchmark::kMillisecond);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  SummaryReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  printSummary(reporter);
-  return 0;
+  return runWithSummary(argc, argv, printSummary);
 }

@@ -27,4 +27,17 @@ class SummaryReporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> seconds;
 };
 
+// Runs the registered benchmarks with a SummaryReporter and hands it to `summarize`
+// afterwards; 1 for unrecognised arguments, else 0.
+template <typename Summarize>
+int runWithSummary(int& argc, char** argv, Summarize summarize) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  SummaryReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+  summarize(reporter);
+  return 0;
+}
+
 }  // namespace zorvane

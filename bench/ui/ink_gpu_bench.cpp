@@ -165,11 +165,5 @@ int main(int argc, char** argv) {
   }
   benchmark::RegisterBenchmark("view/idle", tickView, false)->Unit(benchmark::kMicrosecond);
   benchmark::RegisterBenchmark("view/busy", tickView, true)->Unit(benchmark::kMicrosecond);
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  SummaryReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
-  printSummary(reporter);
-  return 0;
+  return runWithSummary(argc, argv, printSummary);
 }
