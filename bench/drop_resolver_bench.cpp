@@ -29,7 +29,7 @@
 #include <thread>
 #include <vector>
 
-#include "app/drop_resolver.h"
+#include "app/resolver/drop_resolver.h"
 #include "platform/desktop.h"
 #include "summary_reporter.h"
 

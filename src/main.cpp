@@ -2,10 +2,10 @@
 #include <csignal>
 #include <cstdio>
 
-#include "app/command_line.h"
-#include "app/control_server.h"
-#include "app/discover.h"
-#include "app/selftest.h"
+#include "app/shell/command_line.h"
+#include "app/control/control_server.h"
+#include "app/shell/discover.h"
+#include "app/shell/selftest.h"
 #include "core/goo/ink_tokens.h"
 
 using namespace zorvane;

@@ -9,7 +9,7 @@
 #include <cstring>
 #include <string>
 
-#include "app/restorer.h"
+#include "app/resolver/restorer.h"
 #include "core/base/run_loop.h"
 #include "desktop/desktop_apps.h"
 #include "platform/desktop.h"

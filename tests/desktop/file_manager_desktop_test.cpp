@@ -9,8 +9,8 @@
 #include <functional>
 #include <iostream>
 
-#include "app/drop_resolver.h"
-#include "app/restorer.h"
+#include "app/resolver/drop_resolver.h"
+#include "app/resolver/restorer.h"
 #include "core/base/run_loop.h"
 #include "desktop/browser_app_support.h"
 #include "desktop/desktop_apps.h"

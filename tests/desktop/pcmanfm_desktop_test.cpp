@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/drop_resolver.h"
-#include "app/restorer.h"
+#include "app/resolver/drop_resolver.h"
+#include "app/resolver/restorer.h"
 #include "core/base/run_loop.h"
 #include "desktop/desktop_apps.h"
 #include "platform/desktop.h"

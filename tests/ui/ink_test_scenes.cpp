@@ -1,6 +1,6 @@
 #include "ink_test_scenes.h"
 
-#include <QGuiApplication>
+#include <QApplication>
 #include <QQuickWindow>
 
 #include <cstdlib>
@@ -73,7 +73,7 @@ bool ensureGuiApplication(std::string& why) {
   static int argc = 1;
   static char name[] = "zorvane_ui_tests";
   static char* argv[] = {name, nullptr};
-  static auto* app = new QGuiApplication(argc, argv);  // lives as long as the process
+  static auto* app = new QApplication(argc, argv);  // lives as long as the process
   (void)app;
   return true;
 }

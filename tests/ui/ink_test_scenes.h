@@ -20,8 +20,9 @@ struct InkCase {
 // a ripple in flight, at two scales.
 std::vector<InkCase> canonicalInkScenes();
 
-// Makes the process's QGuiApplication (once) and tells QQuick to use OpenGL. False,
-// with the reason in `why`, when there is no display to draw on.
+// Makes the process's application once (a QApplication, so that widgets work too) and
+// tells QQuick to use OpenGL. False, with the reason in `why`, when there is no display
+// to draw on.
 bool ensureGuiApplication(std::string& why);
 
 }  // namespace zorvane::testing

@@ -12,8 +12,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/drop_resolver.h"
-#include "app/restorer.h"
+#include "app/resolver/drop_resolver.h"
+#include "app/resolver/restorer.h"
 #include "core/base/json_value.h"
 #include "core/base/run_loop.h"
 #include "platform/desktop.h"

@@ -15,31 +15,10 @@
 #include <mutex>
 #include <thread>
 
+#include "core/base/clock.h"
 #include "core/base/main_queue.h"
 
 namespace zorvane {
-
-// Seconds on a monotonic time line.
-class Clock {
- public:
-  virtual ~Clock() = default;
-  virtual double now() const = 0;
-};
-
-class SystemClock final : public Clock {
- public:
-  double now() const override;
-};
-
-// A clock that moves only when told to. Thread-safe.
-class FakeClock final : public Clock {
- public:
-  double now() const override { return now_.load(); }
-  void advance(double seconds) { now_.store(now_.load() + seconds); }
-
- private:
-  std::atomic<double> now_{1000.0};
-};
 
 class RunLoop final : public MainQueue {
  public:

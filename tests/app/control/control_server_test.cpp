@@ -1,11 +1,11 @@
-#include "app/control_server.h"
+#include "app/control/control_server.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <future>
 
-#include "app/peer_server.h"
+#include "app/peers/peer_server.h"
 #include "core/base/run_loop.h"
 #include "platform/fake/fake_desktop.h"
 #include "support/test_support.h"

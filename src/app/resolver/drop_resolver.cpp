@@ -1,10 +1,10 @@
-#include "app/drop_resolver.h"
+#include "app/resolver/drop_resolver.h"
 
 #include <unistd.h>
 
 #include <filesystem>
 
-#include "app/ax.h"
+#include "app/resolver/ax.h"
 #include "core/base/log.h"
 #include "core/targets/file_manager_app.h"
 

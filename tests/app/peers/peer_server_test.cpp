@@ -1,4 +1,4 @@
-#include "app/peer_server.h"
+#include "app/peers/peer_server.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "app/restorer.h"
+#include "app/resolver/restorer.h"
 
 #include <gtest/gtest.h>
 

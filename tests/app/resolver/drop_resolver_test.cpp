@@ -1,4 +1,4 @@
-#include "app/drop_resolver.h"
+#include "app/resolver/drop_resolver.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "app/window_control.h"
+#include "app/control/window_control.h"
 
 #include <cctype>
 #include <cerrno>

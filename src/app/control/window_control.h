@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "app/input.h"
+#include "app/control/input.h"
 #include "core/base/json_value.h"
 #include "core/mcp/tool_spec.h"
 #include "core/targets/browser_app.h"

@@ -29,7 +29,7 @@
 #include <string>
 #include <vector>
 
-#include "app/anchor.h"
+#include "app/resolver/anchor.h"
 #include "core/geometry/geometry.h"
 #include "core/targets/target.h"
 #include "platform/desktop_services.h"

@@ -5,7 +5,7 @@
 // couldn't start (no agent, no target, a start failure), 2 on the 180-second time-out.
 #pragma once
 
-#include "app/command_line.h"
+#include "app/shell/command_line.h"
 
 namespace zorvane {
 

@@ -1,4 +1,4 @@
-#include "app/agents.h"
+#include "app/shell/agents.h"
 
 #include <dirent.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "app/anchor.h"
+#include "app/resolver/anchor.h"
 
 namespace zorvane {
 

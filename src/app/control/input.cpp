@@ -1,4 +1,4 @@
-#include "app/input.h"
+#include "app/control/input.h"
 
 #include <unistd.h>
 

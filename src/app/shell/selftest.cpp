@@ -1,4 +1,4 @@
-#include "app/selftest.h"
+#include "app/shell/selftest.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "app/peer_server.h"
-#include "app/say.h"
-#include "app/agents.h"
+#include "app/peers/peer_server.h"
+#include "app/shell/say.h"
+#include "app/shell/agents.h"
 #include "core/agent/action_policy.h"
 #include "core/agent/agent_factory.h"
 #include "core/agent/agent_launch.h"

@@ -32,8 +32,8 @@
 #include <optional>
 #include <string>
 
-#include "app/anchor.h"
-#include "app/drop_resolver.h"
+#include "app/resolver/anchor.h"
+#include "app/resolver/drop_resolver.h"
 #include "core/base/main_queue.h"
 #include "platform/desktop_services.h"
 #include "platform/file_manager.h"

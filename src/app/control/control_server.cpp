@@ -1,9 +1,9 @@
-#include "app/control_server.h"
+#include "app/control/control_server.h"
 
 #include <unistd.h>
 
-#include "app/selftest.h"
-#include "app/window_control.h"
+#include "app/shell/selftest.h"
+#include "app/control/window_control.h"
 #include "core/base/child_process.h"
 #include "core/base/file_io.h"
 #include "core/base/paths.h"

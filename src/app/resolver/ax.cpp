@@ -1,4 +1,4 @@
-#include "app/ax.h"
+#include "app/resolver/ax.h"
 
 namespace zorvane::AX {
 

@@ -1,4 +1,4 @@
-#include "app/say.h"
+#include "app/shell/say.h"
 
 #include <errno.h>
 #include <fcntl.h>

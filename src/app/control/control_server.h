@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
-#include "app/command_line.h"
+#include "app/shell/command_line.h"
 #include "core/mcp/control_scope.h"
 #include "core/mcp/mcp_server.h"
-#include "app/input.h"
+#include "app/control/input.h"
 #include "platform/desktop_services.h"
 
 namespace zorvane {

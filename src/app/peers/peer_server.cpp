@@ -1,4 +1,4 @@
-#include "app/peer_server.h"
+#include "app/peers/peer_server.h"
 
 #include <errno.h>
 #include <string.h>

@@ -1,9 +1,9 @@
-#include "app/agents.h"
+#include "app/shell/agents.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "app/discover.h"
+#include "app/shell/discover.h"
 #include "core/base/file_io.h"
 #include "support/test_support.h"
 

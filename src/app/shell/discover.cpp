@@ -1,10 +1,10 @@
-#include "app/discover.h"
+#include "app/shell/discover.h"
 
 #include <functional>
 
-#include "app/agents.h"
-#include "app/say.h"
-#include "app/selftest.h"
+#include "app/shell/agents.h"
+#include "app/shell/say.h"
+#include "app/shell/selftest.h"
 
 namespace zorvane {
 
