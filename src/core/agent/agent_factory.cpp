@@ -76,4 +76,8 @@ Expected<std::shared_ptr<AgentTransport>> make(const Request& request, MainQueue
       ClaudeSession::create(launch.executable, std::move(arguments), request.workDir, queue));
 }
 
+Maker makerOn(MainQueue& queue) {
+  return [&queue](const Request& request) { return make(request, queue); };
+}
+
 }  // namespace zorvane::AgentFactory

@@ -2,6 +2,7 @@
 // the user's model choice for it.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -32,6 +33,13 @@ struct Request {
 // have no session on this system.
 [[nodiscard]] Expected<std::shared_ptr<AgentTransport>> make(const Request& request,
                                                              MainQueue& queue = MainQueue::main());
+
+// What builds a session from a request: `make` on the application's queue in the
+// product, an in-memory transport in a controller test.
+using Maker = std::function<Expected<std::shared_ptr<AgentTransport>>(const Request&)>;
+
+// `make` on `queue`.
+Maker makerOn(MainQueue& queue);
 
 // The user's model choice for a kind: "model.<id>" in the settings file; absent when
 // missing or empty.
