@@ -7,6 +7,7 @@
 #include "app/shell/discover.h"
 #include "app/shell/selftest.h"
 #include "core/goo/ink_tokens.h"
+#include "ui/shell/application.h"
 
 using namespace zorvane;
 
@@ -28,10 +29,7 @@ int main(int argc, char** argv) {
     case RunMode::discover:
       runDiscover();
     case RunMode::application:
-      fprintf(stderr,
-              "zorvane: the desktop application is not part of this build yet; try "
-              "--selftest <folder> [prompt]\n");
-      exitProcess(69);
+      runApplication(commandLine);
   }
   return 0;
 }

@@ -11,7 +11,7 @@ struct StatusMenuRow {
   enum class Kind { item, separator };
   Kind kind = Kind::item;
   std::string title;
-  bool enabled = false;
+  bool enabled = true;
   std::string tooltip;
   std::string shortcut;  // a key with the platform's command modifier, "Q"
   std::function<void()> action;

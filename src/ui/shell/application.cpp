@@ -1,0 +1,155 @@
+// The application run mode: the Qt application, the desktop's services, the surfaces,
+// the peer socket and the status item, joined to one AppDelegate.
+#include "ui/shell/application.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "app/peers/peer_server.h"
+#include "app/shell/agents.h"
+#include "app/shell/app_delegate.h"
+#include "app/shell/selftest.h"
+#include "core/base/log.h"
+#include "core/base/paths.h"
+#include "core/mcp/peer_ipc.h"
+#include "platform/application_desktop.h"
+// Qt's keyword macros (emit, signals) come after every header of ours that isn't Qt's.
+#include <QApplication>
+#include <QClipboard>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include "ui/shell/qt_main_queue.h"
+#include "ui/shell/qt_surfaces.h"
+#include "ui/shell/status_item.h"
+#include "ui/shell/unix_signals.h"
+
+namespace zorvane {
+
+// Whether another instance already answers on the peer socket.
+static bool anotherInstanceAnswers(const std::string& socketPath) {
+  sockaddr_un address{};
+  std::string path = PeerIPC::addressPath(socketPath);
+  if (path.size() >= sizeof address.sun_path) return false;
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, path.size());
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return connected;
+}
+
+void runApplication(const CommandLine& commandLine) {
+  const char* display = getenv("DISPLAY");
+  if (display == nullptr || display[0] == '\0') {
+    fprintf(stderr, "zorvane: no X display to show Zorvane on (DISPLAY is not set); start it from an X11 session\n");
+    exitProcess(1);
+  }
+  if (anotherInstanceAnswers(PeerIPC::socketPath())) {
+    printf("Zorvane is already running.\n");
+    exitProcess(0);
+  }
+
+  QtSurfaces::prepareGraphics();
+  static int argc = 1;
+  static char name[] = "zorvane";
+  static char* argv[] = {name, nullptr};
+  static QApplication app(argc, argv);
+  QApplication::setApplicationName("Zorvane");
+  QApplication::setQuitOnLastWindowClosed(false);
+
+  static QtMainQueue queue;
+  MainQueue::setMain(&queue);
+  static SystemClock clock;
+
+  auto opened = ApplicationDesktop::open(queue);
+  if (!opened) {
+    fprintf(stderr, "zorvane: %s\n", opened.error().c_str());
+    exitProcess(1);
+  }
+  static std::unique_ptr<ApplicationDesktop> desktop = std::move(*opened);
+  static QtSurfaces surfaces;
+
+  DesktopServices& services = desktop->services();
+  ApplicationContext context{queue,
+                             clock,
+                             surfaces,
+                             services,
+                             desktop->fileManager(),
+                             desktop->sleepInhibitor(),
+                             desktop->hotKey(),
+                             desktop->folderWatcher(),
+                             desktop->inputMonitor(),
+                             commandLine,
+                             Paths::dataDirectory(),
+                             Paths::settingsFile(),
+                             Paths::executablePath(),
+                             static_cast<int32_t>(getpid()),
+                             AgentFactory::makerOn(queue),
+                             [] { return Agents::discover(); },
+                             [](const std::string& path) { return Agents::missingClaudeFlags(path); },
+                             [&services] { return services.accessibility.trusted(); },
+                             [] { return true; }};
+  static std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(std::move(context));
+
+  auto terminate = [] {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    delegate->applicationWillTerminate();
+    QApplication::quit();
+  };
+  delegate->quit = terminate;
+  delegate->copyToClipboard = [](const std::string& text) {
+    QApplication::clipboard()->setText(QString::fromStdString(text));
+  };
+  delegate->showAlert = [](const Alert& alert) {
+    QMessageBox box;
+    box.setWindowTitle("Zorvane");
+    box.setText(QString::fromStdString(alert.title));
+    box.setInformativeText(QString::fromStdString(alert.text));
+    QPushButton* settings = nullptr;
+    if (alert.openSettings) {
+      settings = box.addButton("Open Settings", QMessageBox::AcceptRole);
+      box.addButton("Later", QMessageBox::RejectRole);
+    } else {
+      box.addButton(QMessageBox::Ok);
+    }
+    box.exec();
+    if (settings && box.clickedButton() == static_cast<QAbstractButton*>(settings)) alert.openSettings();
+  };
+
+  std::weak_ptr<AppDelegate> weak = delegate;
+  static PeerServer peers(
+      [weak](const PeerRequest& request, const PeerServer::Completion& done) {
+        auto self = weak.lock();
+        if (!self || self->isTerminating()) {
+          done({false, "Zorvane is shutting down."});
+          return;
+        }
+        self->router().route(request, done);
+      },
+      queue);
+  if (auto started = peers.start(); !started) Log::info("peer socket: " + started.error());
+
+  static StatusItem statusItem([weak] {
+    auto self = weak.lock();
+    return self ? self->statusMenu() : std::vector<StatusMenuRow>{};
+  });
+  static UnixSignals unixSignals([terminate](int signal) {
+    Log::info("signal " + std::to_string(signal) + ": quitting");
+    terminate();
+  });
+
+  delegate->applicationDidFinishLaunching();
+  QApplication::exec();
+  terminate();
+  peers.stop();
+  exitProcess(0);
+}
+
+}  // namespace zorvane

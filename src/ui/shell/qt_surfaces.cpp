@@ -1,0 +1,251 @@
+#include "ui/shell/qt_surfaces.h"
+
+#include <QCursor>
+#include <QGuiApplication>
+#include <QMouseEvent>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QSurfaceFormat>
+
+#include <algorithm>
+#include <cmath>
+
+#include "platform/compositor.h"
+#include "ui/ink_view.h"
+#include "ui/shell/space.h"
+
+namespace zorvane {
+
+// The live panels of one QtSurfaces, and the count of `orderFront` calls that orders
+// them within a level.
+struct PanelStack {
+  std::vector<QtPanel*> panels;
+  uint64_t fronts = 0;
+};
+
+// Takes the left button over the whole panel and reports the gesture in screen
+// coordinates. `moved` sticks once the pointer went more than 4 points from the press.
+class PanelPointerArea final : public QQuickItem {
+ public:
+  explicit PanelPointerArea(QQuickItem* parent) : QQuickItem(parent) {}
+
+  void setHandlers(PointerHandlers handlers) {
+    handlers_ = std::move(handlers);
+    bool any = handlers_.onDown || handlers_.onDrag || handlers_.onUp;
+    setAcceptedMouseButtons(any ? Qt::LeftButton : Qt::NoButton);
+  }
+
+ protected:
+  void mousePressEvent(QMouseEvent* event) override {
+    event->accept();
+    press_ = event->globalPosition();
+    moved_ = false;
+    // A copy: the handler may replace the handlers, or destroy the panel.
+    if (auto onDown = handlers_.onDown) onDown(screenPoint(event));
+  }
+  void mouseMoveEvent(QMouseEvent* event) override {
+    event->accept();
+    QPointF travel = event->globalPosition() - press_;
+    moved_ = moved_ || std::hypot(travel.x(), travel.y()) > 4;
+    if (auto onDrag = handlers_.onDrag) onDrag(screenPoint(event));
+  }
+  void mouseReleaseEvent(QMouseEvent* event) override {
+    event->accept();
+    if (auto onUp = handlers_.onUp) onUp(screenPoint(event), moved_);
+  }
+
+ private:
+  static Point screenPoint(const QMouseEvent* event) {
+    QPointF global = event->globalPosition();
+    return Space::current().toNative(Point{global.x(), global.y()});
+  }
+
+  PointerHandlers handlers_;
+  QPointF press_;
+  bool moved_ = false;
+};
+
+// Keeps `item` the size of its parent.
+static void fillParent(QQuickItem* item) {
+  QQuickItem* parent = item->parentItem();
+  auto resize = [item, parent] { item->setSize(parent->size()); };
+  QObject::connect(parent, &QQuickItem::widthChanged, item, resize);
+  QObject::connect(parent, &QQuickItem::heightChanged, item, resize);
+  resize();
+}
+
+// Whole pixels, edges rounded, at least one pixel wide and high.
+static QRect pixelRect(const Rect& rect) {
+  int x0 = int(std::lround(rect.minX())), y0 = int(std::lround(rect.minY()));
+  int x1 = int(std::lround(rect.maxX())), y1 = int(std::lround(rect.maxY()));
+  return QRect(x0, y0, std::max(1, x1 - x0), std::max(1, y1 - y0));
+}
+
+static Rect toRect(const QRect& rect) { return {double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height())}; }
+
+// --- QtPanel ---------------------------------------------------------------------------
+
+QtPanel::QtPanel(const PanelOptions& options, std::shared_ptr<PanelStack> stack)
+    : options_(options), stack_(std::move(stack)), window_(new QQuickWindow) {
+  Qt::WindowFlags flags = Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
+                          Qt::X11BypassWindowManagerHint;
+  if (!options_.acceptsKey) flags |= Qt::WindowDoesNotAcceptFocus;
+  if (options_.clickThrough) flags |= Qt::WindowTransparentForInput;
+  window_->setFlags(flags);
+  QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+  format.setAlphaBufferSize(8);
+  window_->setFormat(format);
+  window_->setColor(Qt::transparent);
+  // Qt Quick names a window to the accessibility tree by its title.
+  window_->setTitle(QString::fromStdString(options_.name));
+  window_->setObjectName(window_->title());
+  stack_->panels.push_back(this);
+}
+
+QtPanel::~QtPanel() {
+  std::erase(stack_->panels, this);
+  // Nothing of the owner's is called from here on, even before the window is gone.
+  if (ink_) {
+    ink_->setScene({});
+    ink_->setPaused(true);
+  }
+  if (pointer_) pointer_->setHandlers({});
+  window_->hide();
+  window_->deleteLater();  // this may run inside the window's own event delivery
+}
+
+void QtPanel::setFrame(const Rect& frame) {
+  if (frame == frame_) return;
+  frame_ = frame;
+  if (!frame_.isEmpty()) window_->setGeometry(pixelRect(Space::current().toLogical(frame_)));
+  updateShown();
+}
+
+void QtPanel::orderFront() {
+  visible_ = true;
+  frontOrder_ = ++stack_->fronts;
+  updateShown();
+  if (!window_->isVisible()) return;
+  window_->raise();
+  raiseHigherPanels();
+}
+
+void QtPanel::orderOut() {
+  visible_ = false;
+  updateShown();
+}
+
+void QtPanel::makeKey() {
+  orderFront();
+  if (options_.acceptsKey && window_->isVisible()) window_->requestActivate();
+}
+
+void QtPanel::setClickThrough(bool clickThrough) {
+  if (clickThrough == options_.clickThrough) return;
+  options_.clickThrough = clickThrough;
+  window_->setFlag(Qt::WindowTransparentForInput, clickThrough);
+}
+
+void QtPanel::setInk(int framesPerSecond, InkScene scene) {
+  if (!ink_) {
+    ink_ = new InkView(window_->contentItem());
+    fillParent(ink_);
+    ink_->setClipRects(clip_);
+    ink_->setPaused(!window_->isVisible());
+  }
+  ink_->setPreferredFramesPerSecond(framesPerSecond);
+  ink_->setScene(std::move(scene));
+}
+
+void QtPanel::setInkClip(std::optional<std::vector<Rect>> rects) {
+  clip_ = std::move(rects);
+  if (ink_) ink_->setClipRects(clip_);
+}
+
+void QtPanel::setPointerHandlers(PointerHandlers handlers) {
+  if (!pointer_) {
+    pointer_ = new PanelPointerArea(window_->contentItem());
+    pointer_->setZ(1);  // over the goo
+    fillParent(pointer_);
+  }
+  pointer_->setHandlers(std::move(handlers));
+}
+
+void QtPanel::updateShown() {
+  bool show = visible_ && !frame_.isEmpty();
+  if (show != window_->isVisible()) window_->setVisible(show);
+  if (ink_) ink_->setPaused(!show);
+}
+
+void QtPanel::raiseHigherPanels() {
+  std::vector<QtPanel*> higher;
+  for (QtPanel* panel : stack_->panels)
+    if (panel->options_.level > options_.level && panel->window_->isVisible()) higher.push_back(panel);
+  std::sort(higher.begin(), higher.end(), [](const QtPanel* a, const QtPanel* b) {
+    return std::pair(a->options_.level, a->frontOrder_) < std::pair(b->options_.level, b->frontOrder_);
+  });
+  for (QtPanel* panel : higher) panel->window_->raise();
+}
+
+// --- QtSurfaces ------------------------------------------------------------------------
+
+QtSurfaces::QtSurfaces() : stack_(std::make_shared<PanelStack>()) {
+  prepareGraphics();
+  auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance());
+  if (!app) return;
+  QObject::connect(app, &QGuiApplication::screenAdded, &context_, [this](QScreen* screen) {
+    watchScreen(screen);
+    screensChanged();
+  });
+  QObject::connect(app, &QGuiApplication::screenRemoved, &context_, [this] { screensChanged(); });
+  QObject::connect(app, &QGuiApplication::primaryScreenChanged, &context_, [this] { screensChanged(); });
+  for (QScreen* screen : QGuiApplication::screens()) watchScreen(screen);
+}
+
+QtSurfaces::~QtSurfaces() = default;
+
+void QtSurfaces::prepareGraphics() {
+  QQuickWindow::setGraphicsApi(QSGRendererInterface::OpenGL);
+  QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+  if (format.alphaBufferSize() < 8) {
+    format.setAlphaBufferSize(8);
+    QSurfaceFormat::setDefaultFormat(format);
+  }
+}
+
+void QtSurfaces::watchScreen(QScreen* screen) {
+  QObject::connect(screen, &QScreen::geometryChanged, &context_, [this] { screensChanged(); });
+  QObject::connect(screen, &QScreen::availableGeometryChanged, &context_, [this] { screensChanged(); });
+}
+
+void QtSurfaces::screensChanged() {
+  if (onScreensChanged) onScreensChanged();
+}
+
+std::unique_ptr<GooPanel> QtSurfaces::makePanel(const PanelOptions& options) {
+  return std::make_unique<QtPanel>(options, stack_);
+}
+
+std::vector<ScreenInfo> QtSurfaces::screens() const {
+  std::vector<ScreenInfo> screens;
+  for (QScreen* qtScreen : QGuiApplication::screens()) {
+    Space::Screen screen = Space::screenOf(qtScreen);
+    // The visible part lies inside the screen, so it converts on the screen's terms.
+    ScreenInfo info{screen.native, Space({screen}).toNative(toRect(qtScreen->availableGeometry())), screen.isPrimary};
+    if (info.isPrimary)
+      screens.insert(screens.begin(), info);
+    else
+      screens.push_back(info);
+  }
+  return screens;
+}
+
+Point QtSurfaces::pointer() const {
+  QPoint logical = QCursor::pos();
+  return Space::current().toNative(Point{double(logical.x()), double(logical.y())});
+}
+
+bool QtSurfaces::isComposited() const { return compositorRunning(); }
+
+}  // namespace zorvane
