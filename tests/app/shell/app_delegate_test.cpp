@@ -1,0 +1,138 @@
+#include "app/shell/app_delegate.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "app/peers/peer_server.h"
+#include "core/base/file_io.h"
+#include "support/piece_world.h"
+
+namespace zorvane {
+namespace {
+
+using testing::FakeAgents;
+
+// An AppDelegate on fakes: a run loop on `clock`, the fake desktop, agents from
+// `makeAgent`, its stores in a temporary home.
+struct DelegateWorld {
+  testing::TempHome home;
+  std::shared_ptr<Clock> clock;
+  RunLoop queue;
+  FakeApplicationServices fakes{queue};
+  std::shared_ptr<AppDelegate> delegate;
+  std::vector<Alert> alerts;
+
+  DelegateWorld(AgentFactory::Maker makeAgent, std::shared_ptr<Clock> clockToUse, std::vector<std::string> args = {})
+      : clock(std::move(clockToUse)), queue(clock) {
+    args.insert(args.begin(), "zorvane");
+    delegate = std::make_shared<AppDelegate>(ApplicationContext{
+        queue, *clock, fakes.surfaces, fakes.desktop.services, fakes.fileManager, fakes.sleepInhibitor,
+        &fakes.hotKey, &fakes.folderWatcher, &fakes.inputMonitor, CommandLine(args), home.path() + "/data",
+        home.path() + "/config/settings.json", ZORVANE_EXECUTABLE, 4242, std::move(makeAgent), nullptr, nullptr,
+        [this] { return accessibility; }, [] { return true; }});
+    delegate->showAlert = [this](const Alert& alert) { alerts.push_back(alert); };
+  }
+  bool accessibility = true;
+
+  Resolved folder(const std::string& name) {
+    std::string path = home.path() + "/" + name;
+    (void)createDirectories(path);
+    return {Target::folder(URL::fileURL(path, true)), std::make_shared<HiddenAnchor>(Rect{0, 0, 64, 64})};
+  }
+};
+
+bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
+
+InstalledAgent fixtureAgent(const AgentKind& kind) {
+  return {kind, std::string(ZORVANE_FIXTURES_DIR) + "/bin/" + kind.id};
+}
+
+// Refusals say why and bond nothing; a second drop on a live target makes no second
+// piece; the live pieces are saved at quit, before they retire, and offered back.
+TEST(AppDelegate, BondsOnlyWhatItMayAndSavesTheLivePiecesAtQuit) {
+  FakeAgents agents;
+  auto clock = std::make_shared<FakeClock>();
+  DelegateWorld world(agents.maker(), clock);
+  AppDelegate& app = *world.delegate;
+  app.applicationDidFinishLaunching();
+  world.queue.runUntilIdle();
+  ASSERT_TRUE(app.agentProblem());
+  app.bond(Point{10, 10});
+  ASSERT_EQ(world.alerts.size(), 1u);
+  EXPECT_EQ(world.alerts[0].title, "Zorvane needs an agent");
+
+  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
+  world.accessibility = false;
+  app.bond(Point{10, 10});
+  ASSERT_EQ(world.alerts.size(), 2u);
+  EXPECT_EQ(world.alerts[1].title, "Zorvane needs Accessibility");
+  world.accessibility = true;
+  app.bond(Point{10, 10});  // nothing on the fake screen
+  EXPECT_TRUE(app.pieces().empty());
+
+  app.bond(world.folder("A"), {0, 0}, std::nullopt, true);
+  app.bond(world.folder("A"), {0, 0}, std::nullopt, true);
+  app.bond(world.folder("B"), {0, 0}, std::nullopt, true);
+  EXPECT_EQ(app.pieces().size(), 2u);
+  EXPECT_EQ(agents.made.size(), 2u);
+  app.keepAwakeTick();
+  EXPECT_FALSE(app.keepsAwake());
+  app.pieces().begin()->second->ask("busy now");
+  app.keepAwakeTick();
+  EXPECT_EQ(world.fakes.sleepInhibitor.state(), SleepHold::held);
+
+  app.applicationWillTerminate();
+  EXPECT_TRUE(app.pieces().empty());
+  EXPECT_EQ(world.fakes.sleepInhibitor.state(), SleepHold::released);
+  for (const auto& agent : agents.made) EXPECT_TRUE(agent->terminated);
+  PieceSnapshots saved(world.home.path() + "/data/live-pieces.json");
+  EXPECT_EQ(saved.load().size(), 2u) << "retiring at quit must not take the pieces out of the file";
+}
+
+// The approval road of a gated agent, end to end through real processes: the turn-based
+// agent's tool server asks over the real peer socket, the piece shows the card, and
+// the user's verdict decides whether the file is written.
+TEST(AppDelegate, GatedAgentWritesOnlyWithTheUsersAllow) {
+  testing::TempDir scratch;
+  std::string target = scratch.path() + "/out.txt";
+  std::string scenario = scratch.write(
+      "scenario.json", R"({"turns": [[{"threadStarted": true}, {"turnStarted": true},
+        {"mcpCall": {"tool": "write_file", "arguments": {"path": ")" + target + R"(", "content": "hello"}}},
+        {"agentMessage": "finished"}, {"turnCompleted": true}]]})");
+  testing::ScopedEnv scenarioEnv("STANDIN_SCENARIO", scenario);
+  testing::ScopedEnv stateEnv("STANDIN_STATE_DIR", scratch.path() + "/state");
+  testing::ScopedEnv socketEnv("ZORVANE_IPC_SOCK", scratch.path() + "/ipc.sock");
+  RunLoop* loop = nullptr;
+  AgentFactory::Maker maker = [&loop](const AgentFactory::Request& request) {
+    return AgentFactory::make(request, *loop);
+  };
+  DelegateWorld world(maker, std::make_shared<SystemClock>());
+  loop = &world.queue;
+  AppDelegate& app = *world.delegate;
+  PeerServer peers([&app](const PeerRequest& request, const PeerServer::Completion& done) {
+    app.router().route(request, done);
+  }, world.queue);
+  ASSERT_TRUE(peers.start());
+  app.finishDiscovery({fixtureAgent(AgentKind::codex())}, std::nullopt);
+  app.bond(world.folder("repo"), {0, 0}, std::nullopt, true);
+  ASSERT_EQ(app.pieces().size(), 1u);
+  PieceController& piece = *app.pieces().begin()->second;
+
+  for (bool allow : {false, true}) {
+    SCOPED_TRACE(allow ? "allowed" : "denied");
+    piece.ask("write the file");
+    ASSERT_TRUE(world.queue.runUntil([&] { return piece.state().pending.has_value(); }, 60));
+    EXPECT_EQ(piece.state().pending->detail, target);
+    EXPECT_FALSE(fileExists(target));
+    piece.decide(allow);
+    ASSERT_TRUE(world.queue.runUntil([&] { return !piece.state().busy; }, 60));
+    EXPECT_EQ(fileExists(target), allow);
+  }
+  std::string audit = testing::readAll(world.home.path() + "/data/audit.log");
+  EXPECT_NE(audit.find("\"allowed\":false"), std::string::npos);
+  EXPECT_NE(audit.find("\"allowed\":true"), std::string::npos);
+  app.applicationWillTerminate();
+}
+
+}  // namespace
+}  // namespace zorvane
