@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   CommandLine commandLine(argc, argv);
   // `--slow <factor>` slows every animation down, for watching one closely.
-  Ink::Timing::setSlowMotion(Ink::Timing::parseSlowMotion(argc, argv));
+  Ink::Timing::setSlowMotion(Ink::Timing::parseSlowMotion(commandLine.arguments()));
   switch (commandLine.mode()) {
     case RunMode::selftest:
       runSelftest(commandLine);

@@ -30,12 +30,6 @@ double parseSlowMotion(const std::vector<std::string>& arguments) {
   return 1.0;
 }
 
-double parseSlowMotion(int argc, const char* const* argv) {
-  std::vector<std::string> arguments;
-  for (int i = 0; i < argc && argv && argv[i]; ++i) arguments.emplace_back(argv[i]);
-  return parseSlowMotion(arguments);
-}
-
 double slowMotion() { return factor.load(std::memory_order_relaxed); }
 
 void setSlowMotion(double value) { factor.store(usable(value), std::memory_order_relaxed); }

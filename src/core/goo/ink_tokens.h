@@ -20,7 +20,6 @@ namespace Timing {
 // argv): 1.0 when the option is absent, has no value, or its value is not a positive
 // finite number.
 double parseSlowMotion(const std::vector<std::string>& arguments);
-double parseSlowMotion(int argc, const char* const* argv);
 
 // The process-wide slow-motion factor: 1.0 until set. Animations divide their clock's
 // pace by it. A value that is not a positive finite number sets 1.0.

@@ -55,10 +55,14 @@ void runApplication(const CommandLine& commandLine) {
   }
 
   QtSurfaces::prepareGraphics();
-  static int argc = 1;
-  static char name[] = "zorvane";
-  static char* argv[] = {name, nullptr};
-  static QApplication app(argc, argv);
+  // Qt sees the process's own arguments (its -platform and the like, and --perf for the
+  // ink views); they live as long as the application.
+  static std::vector<std::string> words = commandLine.arguments();
+  static std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
+  static int argc = static_cast<int>(words.size());
+  static QApplication app(argc, pointers.data());
   QApplication::setApplicationName("Zorvane");
   QApplication::setQuitOnLastWindowClosed(false);
 

@@ -26,6 +26,8 @@ struct PanelStack {
 
 // Takes the left button over the whole panel and reports the gesture in screen
 // coordinates. `moved` sticks once the pointer went more than 4 points from the press.
+// Every down gets its up: if the grab is lost (the window hidden mid-drag), the up comes
+// where the pointer was last seen.
 class PanelPointerArea final : public QQuickItem {
  public:
   explicit PanelPointerArea(QQuickItem* parent) : QQuickItem(parent) {}
@@ -39,30 +41,38 @@ class PanelPointerArea final : public QQuickItem {
  protected:
   void mousePressEvent(QMouseEvent* event) override {
     event->accept();
-    press_ = event->globalPosition();
+    press_ = last_ = event->globalPosition();
+    pressed_ = true;
     moved_ = false;
     // A copy: the handler may replace the handlers, or destroy the panel.
     if (auto onDown = handlers_.onDown) onDown(screenPoint(event));
   }
   void mouseMoveEvent(QMouseEvent* event) override {
     event->accept();
-    QPointF travel = event->globalPosition() - press_;
+    last_ = event->globalPosition();
+    QPointF travel = last_ - press_;
     moved_ = moved_ || std::hypot(travel.x(), travel.y()) > 4;
     if (auto onDrag = handlers_.onDrag) onDrag(screenPoint(event));
   }
   void mouseReleaseEvent(QMouseEvent* event) override {
     event->accept();
-    if (auto onUp = handlers_.onUp) onUp(screenPoint(event), moved_);
+    last_ = event->globalPosition();
+    up();
   }
+  void mouseUngrabEvent() override { up(); }
 
  private:
-  static Point screenPoint(const QMouseEvent* event) {
-    QPointF global = event->globalPosition();
-    return Space::current().toNative(Point{global.x(), global.y()});
+  void up() {
+    if (!pressed_) return;
+    pressed_ = false;
+    if (auto onUp = handlers_.onUp) onUp(screenPoint(last_), moved_);
   }
+  static Point screenPoint(const QMouseEvent* event) { return screenPoint(event->globalPosition()); }
+  static Point screenPoint(QPointF global) { return Space::current().toNative(Point{global.x(), global.y()}); }
 
   PointerHandlers handlers_;
-  QPointF press_;
+  QPointF press_, last_;
+  bool pressed_ = false;
   bool moved_ = false;
 };
 
@@ -82,7 +92,9 @@ static QRect pixelRect(const Rect& rect) {
   return QRect(x0, y0, std::max(1, x1 - x0), std::max(1, y1 - y0));
 }
 
-static Rect toRect(const QRect& rect) { return {double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height())}; }
+static Rect toRect(const QRect& rect) {
+  return {double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height())};
+}
 
 // --- QtPanel ---------------------------------------------------------------------------
 

@@ -16,8 +16,9 @@
 //
 // Content: an InkView filling the window, made on the first `setInk`; above it, once
 // pointer handlers are set, an item that takes the left button and reports screen
-// coordinates. Handlers and the scene are called on the GUI thread and may destroy the
-// panel: the window is deleted later, from the event loop.
+// coordinates; every down gets its up, also when the grab is lost mid-drag. Handlers
+// and the scene are called on the GUI thread and may destroy the panel: the window is
+// deleted later, from the event loop.
 //
 // Everything here lives on the GUI thread, after the QGuiApplication is made.
 #pragma once

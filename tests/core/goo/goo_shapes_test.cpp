@@ -97,8 +97,6 @@ TEST(GooInk, SlowMotion) {
   EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow"}), 1.0);
   EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow", "0"}), 1.0);
   EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"--slow", "2"}), 1.0) << "the first argument is the program";
-  const char* argv[] = {"zorvane", "--slow", "8"};
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(3, argv), 8.0);
 
   EXPECT_EQ(Ink::Timing::slowMotion(), 1.0);
   Ink::Timing::setSlowMotion(3);
