@@ -23,14 +23,6 @@ static constexpr double kPeerTimeout = 900;
 static constexpr double kScheduleTimeout = 30;
 static constexpr size_t kOutputTailCharacters = 20000;
 
-const std::set<std::string>& ToolDispatch::gatedTools() {
-  static const std::set<std::string> tools = {
-      "click",         "press",          "set_value",    "type_text",   "press_key",
-      "scroll",        "run_applescript", "browser_navigate", "browser_eval", "run_command",
-      "write_file",    "create_schedule", "delete_schedule"};
-  return tools;
-}
-
 static std::optional<std::string> textArgument(const JSONObject& arguments, const std::string& key) {
   auto it = arguments.find(key);
   if (it == arguments.end() || !it->second.is_string()) return std::nullopt;
@@ -48,45 +40,47 @@ std::vector<MCPContent> ToolDispatch::call(const std::string& tool, const JSONOb
   ControlScope scope = scopePath_ ? ControlScope::load(*scopePath_) : ControlScope();
   if (scope.allWindows.value_or(false)) scope.entries = ControlServer::desktopEntries(desktop_().windows, getpid());
 
-  if (scope.gate.value_or(false) && gatedTools().count(tool)) {
+  const ZorvaneTool* row = ZorvaneTools::find(tool);
+  if (scope.gate.value_or(false) && (!row || row->changes)) {
     PeerRequest approval{PeerRequest::Op::approve, scope.pieceID.value_or(UUID()), "mcp__zorvane__" + tool,
                          encodeCompact(JSONValue(arguments)), std::nullopt};
     PeerResponse answer = PeerClient::send(approval, kApprovalTimeout);
     if (!answer.ok) throw MCPToolError(answer.text);
   }
 
-  if (tool == "run_command") {
-    return ControlServer::runCommand(textArgument(arguments, "command").value_or(""), scope.workDir);
+  switch (row ? row->route : ToolRoute::window) {
+    case ToolRoute::shell:
+      return ControlServer::runCommand(textArgument(arguments, "command").value_or(""), scope.workDir);
+    case ToolRoute::file:
+      return ControlServer::writeFile(textArgument(arguments, "path").value_or(""),
+                                      textArgument(arguments, "content").value_or(""));
+    case ToolRoute::targets:
+      return {MCPContent::text(scope.listing())};
+    case ToolRoute::schedules: {
+      PeerRequest request{tool == "list_schedules"    ? PeerRequest::Op::listSchedules
+                          : tool == "create_schedule" ? PeerRequest::Op::createSchedule
+                                                      : PeerRequest::Op::deleteSchedule,
+                          scope.pieceID.value_or(UUID()), std::nullopt, std::nullopt, std::nullopt};
+      request.to = textArgument(arguments, "schedule");
+      if (!request.to) request.to = textArgument(arguments, "title");
+      request.message = textArgument(arguments, "prompt");
+      request.when = textArgument(arguments, "when");
+      return askApplication(request, kScheduleTimeout);
+    }
+    case ToolRoute::peers: {
+      if (!scope.pieceID) throw MCPToolError("This piece has no identity yet; try again in a moment.");
+      PeerRequest request{tool == "list_pieces" ? PeerRequest::Op::list
+                          : tool == "ask_piece" ? PeerRequest::Op::ask
+                                                : PeerRequest::Op::tell,
+                          *scope.pieceID, textArgument(arguments, "piece"), textArgument(arguments, "message"),
+                          std::nullopt};
+      return askApplication(request, kPeerTimeout);
+    }
+    case ToolRoute::unavailable:
+      throw MCPToolError(std::string(PlatformWords::appleScriptMissing));
+    case ToolRoute::window:
+      break;
   }
-  if (tool == "write_file") {
-    return ControlServer::writeFile(textArgument(arguments, "path").value_or(""),
-                                    textArgument(arguments, "content").value_or(""));
-  }
-  if (tool == "list_targets") return {MCPContent::text(scope.listing())};
-
-  if (tool == "list_schedules" || tool == "create_schedule" || tool == "delete_schedule") {
-    PeerRequest request{tool == "list_schedules"    ? PeerRequest::Op::listSchedules
-                        : tool == "create_schedule" ? PeerRequest::Op::createSchedule
-                                                    : PeerRequest::Op::deleteSchedule,
-                        scope.pieceID.value_or(UUID()), std::nullopt, std::nullopt, std::nullopt};
-    request.to = textArgument(arguments, "schedule");
-    if (!request.to) request.to = textArgument(arguments, "title");
-    request.message = textArgument(arguments, "prompt");
-    request.when = textArgument(arguments, "when");
-    return askApplication(request, kScheduleTimeout);
-  }
-
-  if (tool == "list_pieces" || tool == "ask_piece" || tool == "tell_piece") {
-    if (!scope.pieceID) throw MCPToolError("This piece has no identity yet; try again in a moment.");
-    PeerRequest request{tool == "list_pieces" ? PeerRequest::Op::list
-                        : tool == "ask_piece" ? PeerRequest::Op::ask
-                                              : PeerRequest::Op::tell,
-                        *scope.pieceID, textArgument(arguments, "piece"), textArgument(arguments, "message"),
-                        std::nullopt};
-    return askApplication(request, kPeerTimeout);
-  }
-
-  if (tool == "run_applescript") throw MCPToolError(std::string(PlatformWords::appleScriptMissing));
 
   // The window tools, and any unknown name: first a window in reach.
   auto target = textArgument(arguments, "target");

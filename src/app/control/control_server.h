@@ -36,9 +36,6 @@ class ToolDispatch {
   // The MCPServer handler.
   std::vector<MCPContent> call(const std::string& tool, const JSONObject& arguments);
 
-  // The tools held back for the user's approval when the scope gates.
-  static const std::set<std::string>& gatedTools();
-
  private:
   std::optional<std::string> scopePath_;
   DesktopProvider desktop_;

@@ -1,5 +1,7 @@
 #include "core/agent/friendly_status.h"
 
+#include "core/mcp/zorvane_tools.h"
+
 #include <optional>
 
 namespace zorvane {
@@ -68,21 +70,6 @@ std::string FriendlyStatus::describe(std::string_view tool, const JSONObject& in
       {"WebSearch", "Searching the web"},
       {"WebFetch", "Reading a web page"},
       {"Bash", "Working on it"},
-      {"screenshot", "Looking at the screen"},
-      {"read_ui_tree", "Figuring out the layout"},
-      {"list_targets", "Getting oriented"},
-      {"get_target_info", "Getting oriented"},
-      {"click", "Clicking"},
-      {"press", "Clicking"},
-      {"type_text", "Typing"},
-      {"set_value", "Typing"},
-      {"press_key", "Pressing keys"},
-      {"scroll", "Scrolling"},
-      {"browser_read_page", "Reading the page"},
-      {"browser_navigate", "Opening a page"},
-      {"browser_eval", "Working in the app"},
-      {"run_applescript", "Working in the app"},
-      {"list_pieces", "Checking in with other agents"},
       {"Skill", "Recalling how to do this"},
       {"TodoWrite", "Planning"},
       {"Task", "Planning"},
@@ -91,6 +78,7 @@ std::string FriendlyStatus::describe(std::string_view tool, const JSONObject& in
   for (const Row& row : kTable) {
     if (row.name == name) return std::string(row.text);
   }
+  if (const ZorvaneTool* own = ZorvaneTools::find(name)) return std::string(own->status);
   return "Figuring it out";
 }
 
