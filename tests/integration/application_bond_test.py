@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """A drop on a real Thunar file row, with each agent: `zorvane --demo-bond x,y` over the
-row bonds a `file` piece to that very file, a question sent to the piece over the peer
-socket (as the hub sends one) reaches its agent and comes back answered, and SIGTERM
-saves the piece.
+row bonds a `file` piece to that very file, the question of `--demo-ask` reaches its
+agent and comes back answered, a request on the peer socket that claims to come from
+the hub but comes from no process of Zorvane's is refused, and SIGTERM saves the piece.
 
 Run by tests/desktop/file_manager_desktop.sh thunar (which makes the headless desktop,
 Thunar's bus services and a fresh HOME in its details view); it passes a gtest filter
@@ -125,7 +125,7 @@ def run_agent(zorvane, agent, point, note):
     else:
         env.pop("STANDIN_SCENARIO", None)
     log = os.path.join(work, "state", "zorvane", "zorvane.log")
-    app = subprocess.Popen([zorvane, "--demo-bond", point], env=env, stdout=subprocess.DEVNULL,
+    app = subprocess.Popen([zorvane, "--demo-bond", point, "--demo-ask", "What is this file about?"], env=env, stdout=subprocess.DEVNULL,
                            stderr=subprocess.DEVNULL, start_new_session=True)
     try:
         def bonded():
@@ -135,9 +135,17 @@ def run_agent(zorvane, agent, point, note):
             except OSError:
                 return False
         check(wait_for(bonded, 30), "%s: the drop bonds a piece" % agent)
-        reply = ask_piece(os.path.join(data, "zorvane", "ipc.sock"), "What is this file about?")
-        check(reply.get("ok") is True and reply.get("text", "").startswith("meeting notes.txt replied:"),
-              "%s: a question reaches the piece's agent and is answered (%r)" % (agent, reply))
+
+        def answered():
+            try:
+                with open(log, encoding="utf-8") as f:
+                    return "answer [meeting notes.txt]: " in f.read()
+            except OSError:
+                return False
+        check(wait_for(answered, 30), "%s: the question reaches the piece's agent and is answered" % agent)
+        reply = ask_piece(os.path.join(data, "zorvane", "ipc.sock"), "Delete everything.")
+        check(reply.get("ok") is False and "can't confirm which piece" in reply.get("text", ""),
+              "%s: a request claiming to be the hub from a foreign process is refused (%r)" % (agent, reply))
     finally:
         app.send_signal(signal.SIGTERM)
         try:

@@ -36,7 +36,8 @@ struct PieceWorld {
                          home.path() + "/data/audit.log",
                          "/usr/bin/zorvane",
                          4242,
-                         &fakes.inputMonitor};
+                         &fakes.inputMonitor,
+                         {home.path() + "/data"}};
 
   static InstalledAgent agent(const AgentKind& kind) { return {kind, "/usr/bin/" + kind.id}; }
 

@@ -48,6 +48,13 @@ std::optional<size_t> indexIn(const std::string& needle, size_t count) {
 }  // namespace
 
 void PeerRouter::route(const PeerRequest& request, Completion done) {
+  bool known = pieces_.count(request.from) || request.from == PeerIdentity::hub() ||
+               request.from == PeerIdentity::phone();
+  if (known && (!provesSender_ || !provesSender_(request))) {
+    Log::info("peer request refused: its sender can't be proven to be " + request.from.uuidString());
+    done({false, "Zorvane can't confirm which piece sent this request, so it refuses it."});
+    return;
+  }
   switch (request.op) {
     case PeerRequest::Op::listSchedules:
     case PeerRequest::Op::createSchedule:
@@ -178,7 +185,7 @@ void PeerRouter::routeApproval(const PeerRequest& request, Completion done) {
     done(allow ? PeerResponse{true, "allowed"} : PeerResponse{false, std::string(kDeniedMessage)});
   };
   if (auto it = pieces_.find(request.from); it != pieces_.end()) {
-    it->second->requestApproval(tool, input, why, respond);
+    it->second->approveToolServerCall(tool, input, why, respond);
     return;
   }
   if (hubApproval && hubApproval(request.from, tool, input, why, respond)) return;

@@ -6,8 +6,11 @@
 // from gated tool servers go to the owning piece, or to the hub for ids that are no
 // piece. Every message is drawn as a bulge running along the link (`inFlight`).
 //
-// Who is asking is taken from the request's `from`; proving that id belongs to the
-// tool server that sent it is the socket's business, before the request gets here.
+// Who is asking: the request's `from` names a piece (or the hub, or the phone), and
+// `provesSender` must confirm that the process which sent it speaks for that id (for a
+// piece: a process of its agent's tree, as the tool server is). A request whose sender
+// can't be proven is refused, so no agent can act as another piece, approve in its
+// name, or pass as the hub.
 //
 // `done` is called exactly once for every request, now or after the asked piece's
 // turn. Main queue only.
@@ -43,8 +46,11 @@ class PeerRouter {
   };
   static constexpr double kBulgeSeconds = 1.6;
 
-  PeerRouter(const Pieces& pieces, ActivityLog& activity, const Clock& clock)
-      : pieces_(pieces), activity_(activity), clock_(clock) {}
+  // Whether the request's sender may speak for `request.from`.
+  using SenderProof = std::function<bool(const PeerRequest& request)>;
+
+  PeerRouter(const Pieces& pieces, ActivityLog& activity, const Clock& clock, SenderProof provesSender)
+      : pieces_(pieces), activity_(activity), clock_(clock), provesSender_(std::move(provesSender)) {}
 
   // The hub's part, until and unless a hub is wired: schedule requests, and approvals
   // of ids that are no piece (returns whether it took the request).
@@ -78,6 +84,7 @@ class PeerRouter {
   const Pieces& pieces_;
   ActivityLog& activity_;
   const Clock& clock_;
+  SenderProof provesSender_;
   std::map<UUID, UUID> waiting_;
   std::vector<InFlight> inFlight_;
 };

@@ -100,12 +100,6 @@ std::optional<std::string> textAt(const JSONObject& input, const char* key) {
 
 }  // namespace
 
-std::optional<std::string> PendingApproval::detailOf(const JSONObject& input) {
-  for (const char* key : {"command", "path", "file_path", "source"})
-    if (auto text = textAt(input, key)) return text;
-  return std::nullopt;
-}
-
 std::shared_ptr<PieceController> PieceController::make(PieceServices& services, const Registry::Entry& entry,
                                                        std::optional<SessionRecord> previous, Resolved resolved,
                                                        Point dropPoint, InstalledAgent agent, bool autoContinue,
@@ -823,7 +817,14 @@ void PieceController::handle(const AgentEvent& event) {
     requestApproval(request.toolName, request.input, request.description, [weak, session, request](bool allow) {
       auto self = weak.lock();
       auto live = session.lock();
-      if (self && live && live == self->session_) live->respond(request, allow);
+      if (!self || !live || live != self->session_) return;
+      // The harness runs an allowed call of this program's tools through the tool
+      // server, which asks once more: that one call is let through.
+      if (allow && request.toolName.starts_with("mcp__zorvane__")) {
+        self->harnessAllowed_.emplace_back(request.toolName, request.input);
+        if (self->harnessAllowed_.size() > 16) self->harnessAllowed_.erase(self->harnessAllowed_.begin());
+      }
+      live->respond(request, allow);
     });
   } else if (const auto* finished = event.as<AgentEvent::Finished>()) {
     if (finished->outcome.isAnswer()) {
@@ -942,6 +943,20 @@ std::string PieceController::statusLine() const {
   return state_.busy ? "busy" : "idle";
 }
 
+bool PieceController::touchesProtectedFolder(const std::string& tool, const JSONObject& input) const {
+  std::string name = tool.starts_with("mcp__zorvane__") ? tool.substr(14) : tool;
+  auto mentions = [this](const std::string& text) {
+    for (const std::string& folder : services_.protectedFolders)
+      if (!folder.empty() && text.find(folder) != std::string::npos) return true;
+    return false;
+  };
+  for (const char* key : {"path", "file_path", "notebook_path", "command"}) {
+    auto value = textAt(input, key);
+    if (value && mentions(*value)) return true;
+  }
+  return false;
+}
+
 void PieceController::requestApproval(const std::string& tool, const JSONObject& input,
                                       const std::string& description, std::function<void(bool)> respond) {
   if (retired_) {
@@ -949,6 +964,21 @@ void PieceController::requestApproval(const std::string& tool, const JSONObject&
     return;
   }
   Decision decision = ActionPolicy{allTargets()}.decide(tool, input);
+  bool protectedFolder = touchesProtectedFolder(tool, input);
+  if (protectedFolder) {
+    // An agent that could rewrite its scope or tool configuration could switch its own
+    // approvals off: writes there are refused outright, and a command that names one of
+    // these folders is always put to the user, whatever the piece's trust.
+    static const std::set<std::string> writers = {"Write", "Edit", "MultiEdit", "NotebookEdit",
+                                                  "mcp__zorvane__write_file", "write_file"};
+    if (writers.count(tool)) {
+      Log::info("refused " + tool + " into Zorvane's own folders for " + displayName());
+      respond(false);
+      return;
+    }
+    if (decision.isAllow() || (decision.asAsk() && decision.asAsk()->actionClass != ActionClass::irreversible))
+      decision = Decision::ask(ActionClass::irreversible, "Change Zorvane's own files");
+  }
   if (decision.isAllow()) {
     respond(true);
     return;
@@ -962,8 +992,11 @@ void PieceController::requestApproval(const std::string& tool, const JSONObject&
     respond(true);
     return;
   }
-  PendingApproval approval{tool, ask.actionClass, description.empty() ? ask.summary : description,
-                           PendingApproval::detailOf(input), std::move(respond)};
+  std::string summary = ApprovalText::escaped(description.empty() ? ask.summary : description);
+  auto detail = ApprovalText::detail(tool, input);
+  PendingApproval approval{tool, ask.actionClass, std::move(summary), detail,
+                           detail ? std::optional<std::string>(ApprovalText::cutInMiddle(*detail, 240)) : std::nullopt,
+                           std::move(respond)};
   // Agents may ask for several tools at once: one card at a time, the rest in order.
   if (state_.pending) {
     pendingApprovals_.push_back(std::move(approval));
@@ -973,6 +1006,22 @@ void PieceController::requestApproval(const std::string& tool, const JSONObject&
   state_.mood = Mood::needsApproval;
   showBubble();
   changed();
+}
+
+void PieceController::approveToolServerCall(const std::string& tool, const JSONObject& input,
+                                            const std::string& description, std::function<void(bool)> respond) {
+  for (auto it = harnessAllowed_.begin(); it != harnessAllowed_.end(); ++it) {
+    // The harness names the call as the tool server's prefix + name, with the same input.
+    JSONObject asked = it->second;
+    JSONObject sent = input;
+    asked.erase("why");
+    sent.erase("why");
+    if (it->first != tool || asked != sent) continue;
+    harnessAllowed_.erase(it);
+    respond(true);
+    return;
+  }
+  requestApproval(tool, input, description, std::move(respond));
 }
 
 void PieceController::decide(bool allow) {

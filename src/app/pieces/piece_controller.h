@@ -70,6 +70,9 @@ struct PieceServices {
   std::string executable;         // this program: the agents' tool server
   std::optional<int32_t> ownPID;  // windows of this process are never targets
   InputMonitor* inputMonitor = nullptr;  // the click that picks a window; none: no picking
+  // Zorvane's own folders (data, state, settings): they hold every piece's scope and
+  // tool configuration, so no agent may write there.
+  std::vector<std::string> protectedFolders;
 };
 
 class PieceController : public std::enable_shared_from_this<PieceController> {
@@ -148,6 +151,11 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   [[nodiscard]] std::string statusLine() const;
   void requestApproval(const std::string& tool, const JSONObject& input, const std::string& description,
                        std::function<void(bool)> respond);
+  // A tool server of this piece asks leave for a call (the peer socket's `approve`).
+  // For an agent whose harness asks first (it raised a permission event the user
+  // allowed), the same call passes once; anything else goes to requestApproval.
+  void approveToolServerCall(const std::string& tool, const JSONObject& input, const std::string& description,
+                             std::function<void(bool)> respond);
   void decide(bool allow);
   // "Allow all for this piece": trust acts from now on, and allow the one open.
   void trustAndAllow();
@@ -177,6 +185,9 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   [[nodiscard]] const PossessionLook& look() const { return look_; }
   [[nodiscard]] bool isRetired() const { return retired_; }
   [[nodiscard]] bool trustsActs() const { return trustActs_; }
+  // Whether this piece's tool server asks the user itself (the agent's harness has no
+  // permission requests of its own).
+  [[nodiscard]] bool isGated() const { return agent_.kind.id != AgentKind::claude().id; }
   [[nodiscard]] const std::vector<std::string>& pendingContext() const { return pendingContext_; }
   [[nodiscard]] const std::vector<InboxEntry>& inbox() const { return inbox_; }
   [[nodiscard]] std::string sessionDir() const;
@@ -202,6 +213,7 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   void trackRename();
   void stopPicking();
   void clearApprovals();
+  bool touchesProtectedFolder(const std::string& tool, const JSONObject& input) const;
   void changed();
   std::vector<Target> allTargets() const;
   GooScene handleScene(double t) const;
@@ -232,6 +244,9 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   double lastRenameScan_ = -1e9;
   double bubbleHeight_ = 240;
   std::vector<PendingApproval> pendingApprovals_;  // behind state_.pending, in order
+  // Calls of this program's tools that the user allowed through the harness's own
+  // permission request, each good for one tool-server call.
+  std::vector<std::pair<std::string, JSONObject>> harnessAllowed_;
   std::vector<std::string> pendingContext_;
   bool retired_ = false;
   bool trustActs_ = false;

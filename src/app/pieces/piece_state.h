@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "core/agent/action_policy.h"
+#include "core/agent/approval_text.h"
 #include "core/agent/citations.h"
 #include "core/base/json_value.h"
 #include "core/goo/mood.h"
@@ -27,12 +28,10 @@ namespace zorvane {
 struct PendingApproval {
   std::string toolName;
   ActionClass cls = ActionClass::act;
-  std::string summary;
-  std::optional<std::string> detail;
+  std::string summary;                // one line, escaped: the agent's words or the policy's
+  std::optional<std::string> detail;  // what will really run, escaped (ApprovalText::detail)
+  std::optional<std::string> detailPreview;  // `detail` cut in the middle to fit a card
   std::function<void(bool allow)> respond;
-
-  // The first of "command", "path", "file_path", "source" that holds text.
-  static std::optional<std::string> detailOf(const JSONObject& input);
 };
 
 // Where learning a skill from a demonstration stands.

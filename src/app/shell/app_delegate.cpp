@@ -10,6 +10,7 @@
 
 #include "app/resolver/drop_resolver.h"
 #include "app/resolver/restorer.h"
+#include "platform/process_ancestry.h"
 #include "core/base/log.h"
 #include "core/base/settings.h"
 #include "core/goo/ink_tokens.h"
@@ -69,7 +70,7 @@ AppDelegate::AppDelegate(ApplicationContext context)
       snapshots_(context_.dataDirectory + "/live-pieces.json"),
       activity_(ActivityLog::make(context_.dataDirectory + "/activity.json", context_.queue)),
       skills_(SkillIndex::defaultURL()),
-      router_(pieces_, *activity_, context_.clock),
+      router_(pieces_, *activity_, context_.clock, [this](const PeerRequest& r) { return provesSender(r); }),
       services_{context_.queue,
                 context_.clock,
                 context_.surfaces,
@@ -83,7 +84,31 @@ AppDelegate::AppDelegate(ApplicationContext context)
                 context_.dataDirectory + "/audit.log",
                 context_.executable,
                 context_.ownPID,
-                context_.inputMonitor} {}
+                context_.inputMonitor,
+                context_.protectedFolders} {
+  if (std::find(services_.protectedFolders.begin(), services_.protectedFolders.end(), context_.dataDirectory) ==
+      services_.protectedFolders.end())
+    services_.protectedFolders.push_back(context_.dataDirectory);
+}
+
+bool AppDelegate::provesSender(const PeerRequest& request) const {
+  if (!request.senderPID) return false;
+  int32_t pid = *request.senderPID;
+  // The piece whose agent's process tree holds the sender: a tool server is its
+  // agent's child, whatever it claims in `from`.
+  const PieceController* owner = nullptr;
+  for (const auto& [id, piece] : pieces_) {
+    auto root = piece->session() ? piece->session()->processID() : std::nullopt;
+    if (root && isProcessDescendant(pid, *root)) {
+      owner = piece.get();
+      break;
+    }
+  }
+  if (pieces_.count(request.from)) return owner && owner->pieceID() == request.from;
+  // The hub and the phone speak through processes this application started, and never
+  // through a piece's.
+  return !owner && isProcessDescendant(pid, context_.ownPID);
+}
 
 AppDelegate::~AppDelegate() {
   for (TimerID timer : timers_) context_.queue.cancel(timer);
@@ -314,7 +339,19 @@ void AppDelegate::runDemonstrationArguments() {
   }
   if (auto value = line.value("--demo-bond")) {
     if (auto point = parsePoint(*value)) {
+      std::set<UUID> before;
+      for (const auto& [id, piece] : pieces_) before.insert(id);
       bond(*point);
+      // `--demo-ask <question>`: the piece just bonded asks it, as if typed in its bubble.
+      if (auto question = line.value("--demo-ask")) {
+        for (const auto& [id, piece] : pieces_) {
+          if (before.count(id)) continue;
+          std::weak_ptr<PieceController> bonded = piece;
+          timers_.push_back(context_.queue.after(1.0, [bonded, text = *question] {
+            if (auto live = bonded.lock(); live && !live->isRetired()) live->ask(text);
+          }));
+        }
+      }
     } else {
       Log::info("demo-bond: \"" + *value + "\" is not a point; give it as x,y");
     }

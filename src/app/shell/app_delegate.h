@@ -57,6 +57,8 @@ struct ApplicationContext {
   InputMonitor* inputMonitor = nullptr;  // none: no picking a window by click
   CommandLine commandLine;
   std::string dataDirectory;   // stores, sessions and the audit log live here
+  // Zorvane's own folders no agent may write to (the data folder is always one).
+  std::vector<std::string> protectedFolders;
   std::string settingsPath;
   std::string executable;      // this program, for the agents' tool servers
   int32_t ownPID = 0;
@@ -152,6 +154,7 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   std::vector<InstalledAgent> driveableAgents() const;
   std::optional<InstalledAgent> chosenAgent() const;
   void watchFolderOf(const Target& target, bool watch);
+  bool provesSender(const PeerRequest& request) const;
 
   ApplicationContext context_;
   Registry registry_;

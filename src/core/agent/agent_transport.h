@@ -5,6 +5,7 @@
 // Set `onEvent` before `start()`. All methods are called on the main queue.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -25,6 +26,9 @@ class AgentTransport {
   virtual bool isRunning() const = 0;
   // The tool's own conversation id, where the tool names one.
   virtual std::optional<std::string> externalSessionID() const = 0;
+  // The agent's process now, while one runs: the root of every process (its tool
+  // servers included) that may speak for this session.
+  virtual std::optional<int32_t> processID() const { return std::nullopt; }
   // Makes the session ready. A failure says why, and nothing was started.
   [[nodiscard]] virtual Expected<void> start() = 0;
   // Opens a turn with the user's text.

@@ -33,6 +33,10 @@ class ClaudeSession final : public AgentTransport,
                                                MainQueue& queue = MainQueue::main());
 
   bool isRunning() const override;
+  std::optional<int32_t> processID() const override {
+    if (!process_ || process_->pid() <= 0) return std::nullopt;
+    return process_->pid();
+  }
   std::optional<std::string> externalSessionID() const override { return std::nullopt; }
   [[nodiscard]] Expected<void> start() override;
   void send(const std::string& text) override;

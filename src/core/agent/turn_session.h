@@ -35,6 +35,10 @@ class TurnSession final : public AgentTransport, public std::enable_shared_from_
                                              MainQueue& queue = MainQueue::main());
 
   bool isRunning() const override { return isRunning_; }
+  std::optional<int32_t> processID() const override {
+    if (!process_ || process_->pid() <= 0) return std::nullopt;
+    return process_->pid();
+  }
   std::optional<std::string> externalSessionID() const override { return externalSessionID_; }
   [[nodiscard]] Expected<void> start() override;
   void send(const std::string& text) override;

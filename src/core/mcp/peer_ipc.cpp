@@ -123,13 +123,14 @@ std::string inbound(const std::string& from, const std::string& target, const st
 
 }  // namespace PeerIPC
 
-std::string readPeerMessage(int fd) {
+std::string readPeerMessage(int fd, size_t limit) {
   std::string buffer;
   std::string chunk(65536, '\0');
   for (;;) {
     ssize_t n = ::recv(fd, chunk.data(), chunk.size(), 0);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
+    if (buffer.size() + static_cast<size_t>(n) > limit) return "";
     buffer.append(chunk.data(), static_cast<size_t>(n));
     if (buffer.back() == '\n') break;
   }
@@ -168,7 +169,7 @@ PeerResponse send(const PeerRequest& request, double timeoutSeconds) {
     throw MCPToolError("Zorvane isn't reachable (is the app running?).");
   }
   writePeerMessage(fd, request.encoded() + "\n");
-  std::string reply = readPeerMessage(fd);
+  std::string reply = readPeerMessage(fd, kPeerReplyLimit);
   if (reply.empty()) {
     long minutes = static_cast<long>(timeoutSeconds / 60);
     throw MCPToolError("No reply from the other piece (timed out after " + std::to_string(minutes) + " min).");

@@ -28,6 +28,9 @@ struct PeerRequest {
   std::optional<std::string> to;
   std::optional<std::string> message;
   std::optional<std::string> when;
+  // The process that sent the request, as the socket's credentials tell it; set by the
+  // receiving server, never read from or written to the wire.
+  std::optional<int32_t> senderPID;
 
   static std::string_view rawValue(Op op);
   static std::optional<Op> opFromRawValue(std::string_view text);
@@ -78,9 +81,17 @@ PeerResponse send(const PeerRequest& request, double timeoutSeconds);
 
 }  // namespace PeerClient
 
+// The largest request the application reads (a message to another piece, a schedule's
+// prompt, a tool's arguments for approval), and the largest reply a tool server reads
+// (another piece's whole answer).
+inline constexpr size_t kPeerRequestLimit = 1 << 20;
+inline constexpr size_t kPeerReplyLimit = 16 << 20;
+
 // Reads one message: chunks of up to 64 KiB until the data ends in a line feed, the
-// peer closes, or the read fails (a receive time-out included). Shared by both ends.
-std::string readPeerMessage(int fd);
+// peer closes, or the read fails (a receive time-out included). More than `limit`
+// bytes without a line feed gives nothing: the rest is never buffered. Shared by both
+// ends.
+std::string readPeerMessage(int fd, size_t limit);
 
 // Writes one message in a single write, ignoring the result; never raises SIGPIPE.
 void writePeerMessage(int fd, std::string_view bytes);

@@ -90,6 +90,7 @@ void runApplication(const CommandLine& commandLine) {
                              desktop->inputMonitor(),
                              commandLine,
                              Paths::dataDirectory(),
+                             {Paths::dataDirectory(), Paths::stateDirectory(), Paths::configDirectory()},
                              Paths::settingsFile(),
                              Paths::executablePath(),
                              static_cast<int32_t>(getpid()),

@@ -13,7 +13,8 @@ using testing::PieceWorld;
 struct RouterWorld : PieceWorld {
   testing::TempDir dir;
   PeerRouter::Pieces pieces;
-  PeerRouter router{pieces, *activity, *clock};
+  bool proven = true;
+  PeerRouter router{pieces, *activity, *clock, [this](const PeerRequest&) { return proven; }};
   std::shared_ptr<PieceController> add(const std::string& name) {
     auto piece = this->piece(Target::folder(URL::fileURL(dir.path() + "/" + name, true)));
     pieces[piece->pieceID()] = piece;
@@ -54,6 +55,11 @@ TEST(PeerRouter, ChoosesTheAddresseeAndSaysWhyNot) {
   EXPECT_EQ(w.send(Op::list, PeerIdentity::hub(), std::nullopt)->text.substr(0, 9), "0: alpha ");
   EXPECT_EQ(w.send(Op::approve, UUID(), "run_command"),
             (PeerResponse{false, "No one to approve this (the piece is gone)."}));
+  w.proven = false;
+  for (auto op : {Op::list, Op::tell, Op::approve}) {
+    EXPECT_EQ(w.send(op, w.alpha->pieceID(), "beta"),
+              (PeerResponse{false, "Zorvane can't confirm which piece sent this request, so it refuses it."}));
+  }
 }
 
 // An ask waits for the other piece's turn; asking back while it waits would deadlock

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <future>
@@ -83,7 +84,7 @@ TEST_F(PeerServerTest, ClientFailuresReadAsTheAgentShouldSeeThem) {
     dir.file("peer.sock").copy(address.sun_path, sizeof address.sun_path - 1);
     if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return std::string("no connect");
     writePeerMessage(fd, "{\"op\":\"fly\"}\n");
-    std::string reply = readPeerMessage(fd);
+    std::string reply = readPeerMessage(fd, kPeerReplyLimit);
     ::close(fd);
     return reply;
   });
@@ -95,6 +96,85 @@ TEST_F(PeerServerTest, ClientFailuresReadAsTheAgentShouldSeeThem) {
   PeerServer forgetful([](const PeerRequest&, PeerServer::Completion) {}, loop);
   ASSERT_TRUE(forgetful.start());
   EXPECT_EQ(sendAndServe(ask("x"), 5), "error: No reply from the other piece (timed out after 0 min).");
+}
+
+// Connects to the socket at `path`, sends `bytes`, and returns what comes back before
+// the server closes ("" for a close without an answer).
+std::string talk(const std::string& path, const std::string& bytes) {
+  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    ::close(fd);
+    return "no connect";
+  }
+  writePeerMessage(fd, bytes);
+  std::string reply = readPeerMessage(fd, kPeerReplyLimit);
+  ::close(fd);
+  return reply;
+}
+
+// What an abusive local client can cost: another user is turned away unanswered, an
+// oversized or never-finished request is refused without being kept, and past the
+// limit of open connections the rest hear "busy" at once.
+TEST_F(PeerServerTest, HoldsUnderAbuse) {
+  std::vector<PeerServer::Completion> held;
+  PeerServer server([&](const PeerRequest&, PeerServer::Completion done) { held.push_back(std::move(done)); }, loop,
+                    0.3);
+  ASSERT_TRUE(server.start());
+  std::string path = dir.file("peer.sock");
+  std::string request = PeerRequest{PeerRequest::Op::list, UUID()}.encoded() + "\n";
+  auto serve = [&](auto& future) {
+    loop.runUntil([&] { return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }, 20);
+    return future.get();
+  };
+  const std::string bad = "{\"ok\":false,\"text\":\"Bad request\"}\n";
+
+  if (::geteuid() == 0) {
+    // The file's mode keeps others out; opened up, the credentials still do.
+    ::chmod(dir.path().c_str(), 0711);
+    ::chmod(path.c_str(), 0666);
+    // The child makes only async-signal-safe calls: the parent has threads running.
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    pid_t child = ::fork();
+    if (child == 0) {
+      if (::setuid(65534) != 0) _exit(2);
+      int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+      if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) _exit(3);
+      if (::write(fd, request.data(), request.size()) < 0) _exit(4);
+      char reply[64];
+      _exit(::read(fd, reply, sizeof reply) > 0 ? 1 : 0);
+    }
+    auto waited = std::async(std::launch::async, [child] {
+      int status = 0;
+      ::waitpid(child, &status, 0);
+      return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    });
+    EXPECT_EQ(serve(waited), 0) << "another user's request must go unanswered";
+    EXPECT_TRUE(held.empty());
+  }
+  auto oversize = std::async(std::launch::async, [&] { return talk(path, std::string(2 << 20, 'x')); });
+  EXPECT_EQ(serve(oversize), bad);
+  auto idle = std::async(std::launch::async, [&] { return talk(path, "{\"op\":"); });
+  EXPECT_EQ(serve(idle), bad) << "an unfinished request ends at the read limit";
+  EXPECT_TRUE(held.empty());
+
+  std::vector<std::future<std::string>> clients;
+  for (int i = 0; i < PeerServer::kMaxOpen + 6; ++i)
+    clients.push_back(std::async(std::launch::async, [&] { return talk(path, request); }));
+  ASSERT_TRUE(loop.runUntil([&] { return held.size() == size_t(PeerServer::kMaxOpen); }, 20));
+  for (auto& done : held) done({true, "ok"});
+  int busy = 0, answered = 0;
+  for (auto& client : clients) {
+    std::string reply = client.get();
+    busy += reply.find("Zorvane is busy") != std::string::npos;
+    answered += reply == "{\"ok\":true,\"text\":\"ok\"}\n";
+  }
+  EXPECT_EQ(busy, 6);
+  EXPECT_EQ(answered, PeerServer::kMaxOpen);
 }
 
 }  // namespace

@@ -104,6 +104,53 @@ TEST(PieceController, ApprovalsFollowThePolicyAndAreAudited) {
   EXPECT_EQ(verdicts.back(), false);
 }
 
+// What the card shows is what will run: escaped, whole, cut in the middle; writes into
+// Zorvane's own folders are refused and commands naming them are never trusted; a call
+// the user allowed through the harness passes the tool server's check once.
+TEST(PieceController, CardsShowWhatWillRunAndZorvaneFilesAreOffLimits) {
+  PieceWorld world;
+  testing::TempDir dir;
+  auto piece = world.piece(folderTarget(dir, "p"));
+  std::vector<bool> verdicts;
+  auto respond = [&verdicts](bool allow) { verdicts.push_back(allow); };
+  std::string sneaky = "ls\nrm -rf ~ \u202Etxt.exe";
+  piece->requestApproval("mcp__zorvane__run_command", {{"command", sneaky}}, "List\nthe folder", respond);
+  ASSERT_TRUE(piece->state().pending);
+  EXPECT_EQ(piece->state().pending->summary, "List\\nthe folder");
+  EXPECT_EQ(piece->state().pending->detail, "ls\\nrm -rf ~ \\u{202E}txt.exe");
+  piece->decide(false);
+  std::string longScript(2000, 'a');
+  piece->requestApproval("mcp__zorvane__browser_eval", {{"js", longScript + "fetch('//x')"}}, "", respond);
+  ASSERT_TRUE(piece->state().pending);
+  EXPECT_TRUE(piece->state().pending->detailPreview->ends_with("fetch('//x')")) << "the tail stays in sight";
+  EXPECT_EQ(piece->state().pending->detail->size(), 2012u);
+  piece->decide(false);
+
+  std::string scope = world.home.path() + "/data/sessions/x/scope.json";
+  piece->requestApproval("mcp__zorvane__write_file", {{"path", scope}, {"content", "{}"}}, "", respond);
+  piece->requestApproval("Write", {{"file_path", scope}}, "", respond);
+  EXPECT_FALSE(piece->state().pending);
+  EXPECT_EQ(verdicts, (std::vector<bool>{false, false, false, false}));
+  piece->requestApproval("mcp__zorvane__type_text", {{"text", "x"}}, "", respond);
+  piece->trustAndAllow();
+  piece->requestApproval("Bash", {{"command", "sed -i s/a/b/ " + scope}}, "", respond);
+  ASSERT_TRUE(piece->state().pending) << "trust never covers Zorvane's own files";
+  EXPECT_EQ(piece->state().pending->cls, ActionClass::irreversible);
+  piece->decide(false);
+
+  // Allowed through the harness: the tool server's check of the same call passes once.
+  auto fresh = world.piece(folderTarget(dir, "q"));
+  fresh->ask("go");
+  JSONObject call{{"command", "mkdir out"}, {"why", "Make a folder"}};
+  world.agents.last().askPermission("mcp__zorvane__run_command", call);
+  fresh->decide(true);
+  verdicts.clear();
+  fresh->approveToolServerCall("mcp__zorvane__run_command", call, "Make a folder", respond);
+  EXPECT_EQ(verdicts, std::vector<bool>{true});
+  fresh->approveToolServerCall("mcp__zorvane__run_command", call, "Make a folder", respond);
+  EXPECT_TRUE(fresh->state().pending) << "a second, unasked call goes to the user";
+}
+
 // A Claude permission request travels to the card and its verdict back to the session.
 TEST(PieceController, PermissionEventsAreAnsweredThroughTheSession) {
   PieceWorld world;

@@ -27,7 +27,7 @@ struct DelegateWorld {
     args.insert(args.begin(), "zorvane");
     delegate = std::make_shared<AppDelegate>(ApplicationContext{
         queue, *clock, fakes.surfaces, fakes.desktop.services, fakes.fileManager, fakes.sleepInhibitor,
-        &fakes.hotKey, &fakes.folderWatcher, &fakes.inputMonitor, CommandLine(args), home.path() + "/data",
+        &fakes.hotKey, &fakes.folderWatcher, &fakes.inputMonitor, CommandLine(args), home.path() + "/data", {},
         home.path() + "/config/settings.json", ZORVANE_EXECUTABLE, 4242, std::move(makeAgent), nullptr, nullptr,
         [this] { return accessibility; }, [] { return true; }});
     delegate->showAlert = [this](const Alert& alert) { alerts.push_back(alert); };

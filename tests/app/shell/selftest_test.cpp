@@ -68,19 +68,19 @@ TEST(Selftest, DiscoversAndDrivesEveryAgent) {
 }
 
 // The default prompt, with each stand-in: the agent starts `zorvane --mcp` from the
-// configuration it was given and calls run_command, which renames the file. Codex and
-// Pi run with the gate on, so the tool server asks the selftest first (a `gate:` line);
-// Claude Code asks through its own permission request instead (a `permission:` line,
-// with what the policy decides).
+// configuration it was given and calls run_command, which renames the file. The tool
+// server of every agent asks the application first (a `gate:` line); Claude Code also
+// asks through its own permission request before (a `permission:` line, with what the
+// policy decides), Codex and Pi have none.
 TEST(Selftest, RenamesTheFileThroughTheToolServerWithEachAgent) {
   struct Case {
     std::string agent;
     std::string approvalLine;
-    std::string otherApproval;  // a line that must not appear
+    std::string otherApproval;  // codex, pi: must not appear; claude: the tool server asks after it
   };
   const std::string call = R"({"command":"mv a.txt b.txt","why":"Rename a.txt to b.txt"})";
   const std::vector<Case> cases = {
-      {"claude", "\npermission: mcp__zorvane__run_command ", "\ngate: "},
+      {"claude", "\npermission: mcp__zorvane__run_command ", "\ngate: approve mcp__zorvane__run_command"},
       {"codex", "\ngate: approve mcp__zorvane__run_command " + call + "\n", "\npermission: "},
       {"pi", "\ngate: approve mcp__zorvane__run_command " + call + "\n", "\npermission: "},
   };
@@ -94,7 +94,11 @@ TEST(Selftest, RenamesTheFileThroughTheToolServerWithEachAgent) {
     EXPECT_TRUE(run.out.starts_with("target: folder:" + folder.path() + " agent: " + c.agent)) << run.out;
     EXPECT_NE(run.out.find("\ntool: mcp__zorvane__run_command\n"), std::string::npos) << run.out;
     EXPECT_NE(run.out.find(c.approvalLine), std::string::npos) << run.out;
-    EXPECT_EQ(run.out.find(c.otherApproval), std::string::npos) << run.out;
+    if (c.agent == "claude") {
+      EXPECT_LT(run.out.find(c.approvalLine), run.out.find(c.otherApproval)) << run.out;
+    } else {
+      EXPECT_EQ(run.out.find(c.otherApproval), std::string::npos) << run.out;
+    }
     EXPECT_EQ(run.out.find("tool error"), std::string::npos) << run.out;
     EXPECT_TRUE(run.out.ends_with("\noutcome: answer(DONE)\n")) << run.out << run.err;
     struct stat info {};
