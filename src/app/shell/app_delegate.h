@@ -129,6 +129,8 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   [[nodiscard]] bool agentsDiscovered() const { return discovered_; }
   [[nodiscard]] bool isTerminating() const { return terminating_; }
   [[nodiscard]] bool keepsAwake() const { return keepAwakeHeld_; }
+  // What the tray says after a restore or resume that didn't find everything.
+  [[nodiscard]] const std::optional<std::string>& trayMessage() const { return trayMessage_; }
   [[nodiscard]] const GooPanel& tentacleLayer() const { return *tentacleLayer_; }
   [[nodiscard]] std::vector<StatusMenuRow> statusMenu();
   // Every capsule the tentacle layer draws at `t`, in the layer's own points.

@@ -89,6 +89,25 @@ TEST(AppDelegate, BondsOnlyWhatItMayAndSavesTheLivePiecesAtQuit) {
   EXPECT_EQ(saved.load().size(), 2u) << "retiring at quit must not take the pieces out of the file";
 }
 
+// A piece of the last run whose target is gone is offered back once: restoring says it
+// wasn't found, and the offer of it ends, in memory and on disk.
+TEST(AppDelegate, RestoringATargetThatIsGoneSaysSoOnce) {
+  FakeAgents agents;
+  DelegateWorld world(agents.maker(), std::make_shared<FakeClock>());
+  Target gone = Target::folder(URL::fileURL(world.home.path() + "/gone", true));
+  PieceSnapshots file(world.home.path() + "/data/live-pieces.json");
+  file.save({{gone, UUID(), "gone", {}}});
+  AppDelegate& app = *world.delegate;
+  app.applicationDidFinishLaunching();
+  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
+  ASSERT_EQ(app.pendingRestore().size(), 1u);
+  app.restoreAll();
+  EXPECT_TRUE(app.pendingRestore().empty());
+  EXPECT_TRUE(app.pieces().empty());
+  EXPECT_EQ(app.trayMessage(), "Couldn't find gone on screen. Open it and pick it from the list.");
+  EXPECT_TRUE(file.load().empty());
+}
+
 // The approval road of a gated agent, end to end through real processes: the turn-based
 // agent's tool server asks over the real peer socket, the piece shows the card, and
 // the user's verdict decides whether the file is written.
