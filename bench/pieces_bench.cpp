@@ -61,7 +61,7 @@ struct World {
                          1,
                          nullptr};
   PeerRouter::Pieces pieces;
-  PeerRouter router{pieces, *activity, *clock};
+  PeerRouter router{pieces, *activity, *clock, [](const PeerRequest&) { return true; }};
 
   explicit World(int count) {
     std::filesystem::create_directories(folder);
