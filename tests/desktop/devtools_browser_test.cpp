@@ -1,10 +1,19 @@
 #include "platform/x11/devtools_browser.h"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "desktop/browser_app_support.h"
 #include "platform/x11/devtools_port.h"
+#include "platform/x11/x11_display.h"
+#include "platform/x11/x11_window_service.h"
 
 namespace zorvane {
 namespace {
@@ -20,8 +29,29 @@ const std::map<std::string, std::string> kSite = {
 // The value, or the failure marked as such, so that a mismatch shows the browser's text.
 std::string textOf(const Expected<std::string>& result) { return result ? *result : "failed: " + result.error(); }
 
-// A window of the browser, as the window service would describe it.
+// A window of the browser process, for the failures that come before any page is looked
+// for.
 BrowserWindow windowOf(pid_t pid) { return BrowserWindow{1, int32_t(pid), BrowserApp::chromium}; }
+
+// The browser's window as the window manager shows it, read again on request: what the
+// window tools pass. Nothing without a display or a window.
+std::optional<BrowserWindow> shownWindowOf(pid_t pid) {
+  auto display = X11Display::open();
+  if (!display) return std::nullopt;
+  auto service = std::make_shared<X11WindowService>(display);
+  auto found = testing::waitForWindow(*service, pid, 30s);
+  if (!found) return std::nullopt;
+  BrowserWindow window{found->windowID, int32_t(pid), BrowserApp::chromium};
+  window.reread = [service](BrowserWindow& again) {
+    auto now = service->window(again.windowID);
+    if (!now) return false;
+    again.frame = Rect{now->x, now->y, now->width, now->height};
+    again.title = now->title;
+    return true;
+  };
+  if (!window.reread(window)) return std::nullopt;
+  return window;
+}
 
 // The front tab of a real Chromium is read, scripted and sent elsewhere over its
 // debugging port, and every kind of result comes back in its string form.
@@ -31,7 +61,9 @@ TEST(DevToolsBrowserScripting, ScriptsTheFrontTabOfARealChromium) {
   auto browser = testing::TestChromium::start(site->url("/index.html"), testing::freeLoopbackPort());
   if (!browser) GTEST_SKIP() << "chromium is not installed or didn't start";
   DevToolsBrowserScripting scripting(DevToolsBrowserScripting::Options{3s, 1s});
-  BrowserWindow window = windowOf(browser->pid());
+  auto shown = shownWindowOf(browser->pid());
+  ASSERT_TRUE(shown) << "no window of the browser on the display";
+  BrowserWindow window = *shown;
 
   // The page may still be loading when the port opens: wait for its title.
   std::string expectedTab = site->url("/index.html") + "\nZorvane test page";
@@ -90,8 +122,9 @@ TEST(DevToolsBrowserScripting, ExplainsWhyAWindowCantBeScripted) {
 
 // The debugging port is found from any process of the browser, in the forms browsers
 // leave it: a flag, a port the browser chose and wrote down, a command line rewritten
-// into one string; and the failures name the cause.
-TEST(DevToolsPort, FindsThePortFromTheProcessTree) {
+// into one string; it is given out only while the browser itself listens on it; and the
+// failures name the cause.
+TEST(DevToolsPort, FindsThePortTheBrowserHolds) {
   TempDir proc;
   TempDir profile;
   // One process below a fake /proc: its command line (NUL-separated words, or one
@@ -102,23 +135,57 @@ TEST(DevToolsPort, FindsThePortFromTheProcessTree) {
     proc.write(std::to_string(pid) + "/cmdline", commandLine);
     proc.write(std::to_string(pid) + "/stat", std::to_string(pid) + " (" + name + ") S " + std::to_string(parent) + " 1");
     proc.write(std::to_string(pid) + "/comm", name + "\n");
+    std::filesystem::create_directories(proc.file(std::to_string(pid) + "/fd"));
   };
+  // A socket of `pid` (an open file) in a state on an address of net/tcp or net/tcp6.
+  std::map<std::string, std::string> tables = {{"tcp", "  sl  local_address rem_address   st ...\n"},
+                                                {"tcp6", "  sl  local_address remote_address st ...\n"}};
+  int nextInode = 5000;
+  auto socket = [&](int pid, const std::string& table, const std::string& address, int port, const char* state) {
+    int inode = nextInode++;
+    char line[256];
+    std::snprintf(line, sizeof line, "0: %s:%04X 00000000:0000 %s 00000000:00000000 00:00000000 0 1000 0 %d\n",
+                  address.c_str(), port, state, inode);
+    tables[table] += line;
+    std::filesystem::create_symlink("socket:[" + std::to_string(inode) + "]",
+                                    proc.file(std::to_string(pid) + "/fd/" + std::to_string(inode)));
+  };
+  const std::string loopback = "0100007F", anyIPv4 = "00000000", anyIPv6 = std::string(32, '0');
   process(100, 1, "/usr/lib/chromium/chromium|--remote-debugging-port=9333|--user-data-dir=/p", "chromium");
   process(101, 100, "/usr/lib/chromium/chromium|--type=zygote", "chromium");
   process(102, 101, "/usr/lib/chromium/chromium|--type=renderer", "chromium");
+  socket(100, "tcp", loopback, 9333, "0A");
   process(200, 1, "/opt/browser/bin --remote-debugging-port=0 --user-data-dir=" + profile.file("my profile") + " about:blank",
           "browser");
   profile.write("my profile/DevToolsActivePort", "41234\n/devtools/browser/abc\n");
   process(201, 200, "/opt/browser/bin --type=renderer", "browser");
+  socket(200, "tcp6", anyIPv6, 41234, "0A");
   process(300, 1, "/usr/lib/chromium/chromium|--user-data-dir=" + profile.file("none"), "chromium");
   process(301, 300, "/usr/lib/chromium/chromium|--type=gpu-process", "chromium");
   process(400, 1, "/usr/bin/gtk3-widget-factory", "gtk3-widget-fac");
+  process(700, 1, "/usr/bin/python3|-m|http.server", "python3");
+  // The port on the command line is another program's.
+  process(600, 1, "/usr/lib/chromium/chromium|--remote-debugging-port=9400", "chromium");
+  socket(700, "tcp", loopback, 9400, "0A");
+  // A DevToolsActivePort left by an earlier run; on that port only a listener on another
+  // address and a connection that isn't listening.
+  process(800, 1, "/usr/lib/chromium/chromium|--user-data-dir=" + profile.file("stale"), "chromium");
+  profile.write("stale/DevToolsActivePort", "9500\n/devtools/browser/old\n");
+  socket(700, "tcp", "0200007F", 9500, "0A");
+  socket(700, "tcp", loopback, 9500, "01");
+  process(900, 1, "/usr/lib/chromium/chromium|--remote-debugging-port=9600", "chromium");
+  // The browser listens, and so does another program on every address.
+  process(1000, 1, "/usr/lib/chromium/chromium|--remote-debugging-port=9700", "chromium");
+  socket(1000, "tcp", loopback, 9700, "0A");
+  socket(700, "tcp", anyIPv4, 9700, "0A");
+  for (const auto& [table, contents] : tables) proc.write("net/" + table, contents);
 
   struct Case {
     int pid;
     std::optional<int> port;
     std::string failure;
   };
+  const std::string heldBy = "is held by python3 (pid 700), not by the browser";
   const Case cases[] = {
       {100, 9333, ""},
       {102, 9333, ""},  // from a renderer, two levels down
@@ -126,6 +193,10 @@ TEST(DevToolsPort, FindsThePortFromTheProcessTree) {
       {301, std::nullopt, "Chromium wasn't started with a debugging port"},
       {400, std::nullopt, "This window's process (gtk3-widget-fac, pid 400) isn't a Chromium-family browser"},
       {500, std::nullopt, "The browser's process 500 is gone."},
+      {600, std::nullopt, "Port 9400, where Chromium's debugging server should be, " + heldBy + " (pid 600)"},
+      {800, std::nullopt, "Chromium wasn't started with a debugging port"},
+      {900, std::nullopt, "Chromium was started with --remote-debugging-port=9600 but nothing listens on port 9600"},
+      {1000, std::nullopt, "Port 9700, where Chromium's debugging server should be, " + heldBy + " (pid 1000)"},
   };
   for (const Case& test : cases) {
     SCOPED_TRACE(test.pid);
@@ -137,6 +208,92 @@ TEST(DevToolsPort, FindsThePortFromTheProcessTree) {
       ASSERT_FALSE(found);
       EXPECT_EQ(found.error().rfind(test.failure, 0), 0u) << found.error();
     }
+  }
+}
+
+// A DevToolsActivePort that a real Chromium's profile holds, naming a port this test
+// listens on: the browser's scripts are not sent there, and the failure names who holds it.
+TEST(DevToolsBrowserScripting, RefusesAPortTheBrowserDoesntHold) {
+  auto site = testing::PageServer::start(kSite);
+  if (!site) GTEST_SKIP() << "python3 is not installed";
+  auto browser = testing::TestChromium::start(site->url("/index.html"), std::nullopt);
+  if (!browser) GTEST_SKIP() << "chromium is not installed or didn't start";
+  std::string commandLine;
+  ASSERT_TRUE(testing::waitUntil(
+      [&] {
+        std::ifstream file("/proc/" + std::to_string(browser->pid()) + "/cmdline");
+        commandLine.assign(std::istreambuf_iterator<char>(file), {});
+        return commandLine.find("--user-data-dir=") != std::string::npos;
+      },
+      10s));
+  size_t at = commandLine.find("--user-data-dir=") + 16;
+  std::string profile = commandLine.substr(at, commandLine.find_first_of(std::string(" \0", 2), at) - at);
+
+  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(listener, 4), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+  std::filesystem::create_directories(profile);  // the browser may not have made it yet
+  std::ofstream(profile + "/DevToolsActivePort") << ntohs(address.sin_port) << "\n/devtools/browser/stale\n";
+
+  std::ifstream commFile("/proc/self/comm");
+  std::string comm;
+  std::getline(commFile, comm);
+  DevToolsBrowserScripting scripting;
+  auto refused = scripting.evaluate(windowOf(browser->pid()), "document.cookie");
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.error().find("is held by " + comm + " (pid " + std::to_string(::getpid()) +
+                                 "), not by the browser (pid " + std::to_string(browser->pid()) + ")"),
+            std::string::npos)
+      << refused.error();
+  pollfd pending{listener, POLLIN, 0};
+  EXPECT_EQ(::poll(&pending, 1, 0), 0) << "nothing connected to the port";
+  ::close(listener);
+}
+
+// Which page shows in an X11 window: the front tab of the one browser window with the
+// same place, size (at one scale) and title; a background tab doesn't speak for its
+// window, and two windows alike are refused.
+TEST(DevToolsBrowserScripting, MatchesAWindowToItsFrontTab) {
+  using Kind = DevToolsPageMatch::Kind;
+  const std::vector<DevToolsPage> pages = {
+      {"b1", "", "Beta page", 2, {20, 20, 1050, 780}},
+      {"a2", "", "Alpha background", 1, {10, 10, 1050, 780}},
+      {"a1", "", "Alpha page", 1, {10, 10, 1050, 780}},
+      {"g1", "", "Gamma", 3, {5, 5, 620, 380}},
+  };
+  std::vector<DevToolsPage> twins = pages;
+  twins.push_back({"b2", "", "Beta page", 4, {20, 20, 1050, 780}});
+  struct Case {
+    Rect frame;
+    std::string title;
+    bool withTwin;
+    Kind kind;
+    size_t index;
+  };
+  const Case cases[] = {
+      {{10, 10, 1050, 780}, "Alpha background - Chromium", false, Kind::found, 1},
+      {{10, 10, 1050, 780}, "Alpha background", false, Kind::found, 1},
+      {{11, 9, 1050, 781}, "Alpha background - Chromium", false, Kind::found, 1},
+      {{20, 20, 1050, 780}, "Beta page - Chromium", false, Kind::found, 0},
+      {{10, 10, 1240, 760}, "Gamma - Chromium", false, Kind::found, 3},  // at a scale of 2
+      {{10, 10, 1050, 780}, "Alpha page - Chromium", false, Kind::none, 0},  // a background tab
+      {{20, 20, 1050, 780}, "Alpha background - Chromium", false, Kind::none, 0},
+      {{13, 10, 1050, 780}, "Alpha background - Chromium", false, Kind::none, 0},
+      {{10, 10, 1050, 780}, "Alpha backgrounds", false, Kind::none, 0},
+      {{10, 10, 525, 390}, "Alpha background - Chromium", false, Kind::none, 0},  // a scale below 1
+      {{20, 20, 1050, 780}, "Beta page - Chromium", true, Kind::several, 0},
+  };
+  for (const Case& test : cases) {
+    SCOPED_TRACE(test.title + " at " + std::to_string(test.frame.x) + "," + std::to_string(test.frame.width));
+    DevToolsPageMatch match = matchWindowPage(test.frame, test.title, test.withTwin ? twins : pages);
+    EXPECT_EQ(match.kind, test.kind);
+    if (test.kind == Kind::found) EXPECT_EQ(match.index, test.index);
   }
 }
 

@@ -4,8 +4,10 @@
 
 #include <X11/Xutil.h>
 
+#include <fstream>
 #include <regex>
 
+#include "core/geometry/geometry.h"
 #include "core/mcp/control_scope.h"
 #include "desktop/browser_app_support.h"
 #include "desktop/desktop_apps.h"
@@ -57,10 +59,11 @@ class WindowToolsTest : public ::testing::Test {
     if (!display) GTEST_SKIP() << "no X display; run under scripts/headless-desktop.sh";
   }
   // A scope whose only entry is this window.
-  std::string scopeFor(const WindowInfo& window, const std::string& name, const std::string& bundleID) {
+  std::string scopeFor(const WindowInfo& window, const std::string& name, const std::string& bundleID,
+                       const std::string& file = "scope.json") {
     ControlScope scope;
     scope.entries.push_back({name, "app window", window.windowID, bundleID, std::nullopt});
-    std::string path = dir.file("scope.json");
+    std::string path = dir.file(file);
     scope.save(path);
     return path;
   }
@@ -258,6 +261,115 @@ TEST_F(WindowToolsTest, ScriptsAChromiumTab) {
   EXPECT_TRUE(testing::waitUntil(
       [&] { return tools.call("browser_eval", {{"js", "document.title"}}).text == "Second"; }, 20s));
   EXPECT_FALSE(tools.call("screenshot", JSONValue::object()).isError);
+}
+
+// Opens `url` in a new window of the running browser the way a user's second
+// `chromium --new-window` does: that process hands the URL to the running one (same
+// profile) and exits.
+bool openNewWindow(pid_t browser, const std::string& url) {
+  std::ifstream file("/proc/" + std::to_string(browser) + "/cmdline");
+  std::string commandLine(std::istreambuf_iterator<char>(file), {});
+  size_t at = commandLine.find("--user-data-dir=");
+  if (at == std::string::npos) return false;
+  at += 16;
+  std::string profile = commandLine.substr(at, commandLine.find_first_of(std::string(" \0", 2), at) - at);
+  std::string home = profile.substr(0, profile.rfind('/'));
+  auto second = DesktopApp::start({"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>/dev/null", testing::findProgram("chromium"),
+                                   "--no-sandbox", "--user-data-dir=" + profile, "--new-window", url},
+                                  {{"HOME", home},
+                                   {"XDG_CONFIG_HOME", home + "/config"},
+                                   {"XDG_CACHE_HOME", home + "/cache"}});
+  return second && testing::waitUntil([&] { return !second->running(); }, 30s);
+}
+
+// Two windows of one Chromium, each the scope of its own tool server: every tool reaches
+// its own window's page, input and nothing else; and when the two can't be told apart,
+// the browser tools refuse rather than guess.
+TEST_F(WindowToolsTest, EachChromiumWindowReachesOnlyItsOwnPage) {
+  if (testing::findProgram("chromium").empty()) GTEST_SKIP() << "chromium is not installed";
+  // Each page counts the presses and keys that reach it.
+  const std::string counting = "<style>html,body{margin:0;height:100%}</style><script>var clicks = 0, typed = '';"
+                               "addEventListener('mousedown', () => clicks++);"
+                               "addEventListener('keydown', e => typed += e.key);</script>";
+  auto site = testing::PageServer::start({{"alpha.html", "<title>Alpha page</title>" + counting + "<body>alpha text"},
+                                          {"beta.html", "<title>Beta page</title>" + counting + "<body>beta text"},
+                                          {"third.html", "<title>Third</title><body>third text"}});
+  ASSERT_TRUE(site);
+  auto browser = testing::TestChromium::start(site->url("/alpha.html"), testing::freeLoopbackPort());
+  ASSERT_TRUE(browser);
+  ASSERT_TRUE(openNewWindow(browser->pid(), site->url("/beta.html")));
+  X11WindowService windows(display);
+  auto titled = [&](const std::string& prefix) -> std::optional<WindowInfo> {
+    for (const WindowInfo& window : windows.windows())
+      if (window.ownerPID == browser->pid() && window.onScreen && window.title.starts_with(prefix)) return window;
+    return std::nullopt;
+  };
+  ASSERT_TRUE(testing::waitUntil([&] { return titled("Alpha page") && titled("Beta page"); }, 30s));
+  const uint32_t alpha = titled("Alpha page")->windowID, beta = titled("Beta page")->windowID;
+  // Side by side, so that a point outside one window is on the other one's page.
+  auto place = [&](uint32_t window, Rect frame) {
+    XMoveResizeWindow(display->display(), window, int(frame.x), int(frame.y), unsigned(frame.width),
+                      unsigned(frame.height));
+    XSync(display->display(), False);
+    return testing::waitUntil(
+        [&] {
+          auto now = windows.window(window);
+          return now && Rect{now->x, now->y, now->width, now->height} == frame;
+        },
+        10s);
+  };
+  ASSERT_TRUE(place(alpha, {0, 0, 600, 700}) && place(beta, {640, 0, 600, 700}));
+  ToolServerClient toolsA(scopeFor(*windows.window(alpha), "Alpha", "org.chromium.Chromium", "alpha.json"));
+  ToolServerClient toolsB(scopeFor(*windows.window(beta), "Beta", "org.chromium.Chromium", "beta.json"));
+  ASSERT_TRUE(toolsA.ready() && toolsB.ready());
+  auto eval = [](ToolServerClient& tools, const std::string& js) {
+    return tools.call("browser_eval", {{"js", js}}).text;
+  };
+
+  // Beta's window is the browser's most recently active: Alpha's tools still read Alpha.
+  std::string alphaPage = "Alpha page\n" + site->url("/alpha.html") + "\n\nalpha text";
+  ASSERT_TRUE(testing::waitUntil([&] { return toolsA.call("browser_read_page", {}).text == alphaPage; }, 20s))
+      << toolsA.call("browser_read_page", {}).text;
+  EXPECT_EQ(toolsB.call("browser_read_page", {}).text, "Beta page\n" + site->url("/beta.html") + "\n\nbeta text");
+  std::string info = toolsA.call("get_target_info", {}).text;
+  EXPECT_NE(info.find("\nfront tab: " + site->url("/alpha.html") + " \u2014 Alpha page"), std::string::npos) << info;
+
+  // A click outside Alpha's frame, where Beta's page is, is refused; inside, it lands.
+  auto outside = toolsA.call("click", {{"x", 940}, {"y", 350}});
+  EXPECT_TRUE(outside.isError);
+  EXPECT_NE(outside.text.find("Point 940,350 lies outside the window, which is 600x700 points"), std::string::npos)
+      << outside.text;
+  EXPECT_EQ(toolsA.call("click", {{"x", 300}, {"y", 350}}).text, "clicked at 300,350 (screen)");
+  EXPECT_TRUE(testing::waitUntil([&] { return eval(toolsA, "clicks") == "1"; }, 5s));
+  EXPECT_EQ(eval(toolsB, "clicks"), "0") << "the other window was untouched";
+
+  // Keys go to the window that asked for them, which is brought forward first.
+  EXPECT_EQ(toolsB.call("type_text", {{"text", "hi"}}).text, "typed");
+  EXPECT_EQ(toolsA.call("press_key", {{"key", "x"}}).text, "pressed x");
+  EXPECT_TRUE(testing::waitUntil([&] { return eval(toolsA, "typed") == "x" && eval(toolsB, "typed") == "hi"; }, 5s))
+      << eval(toolsA, "typed") << " / " << eval(toolsB, "typed");
+
+  // Navigating one window leaves the other where it was.
+  EXPECT_EQ(toolsA.call("browser_navigate", {{"url", site->url("/third.html")}}).text,
+            "navigating to " + site->url("/third.html"));
+  EXPECT_TRUE(testing::waitUntil([&] { return eval(toolsA, "document.title") == "Third"; }, 20s));
+  EXPECT_EQ(eval(toolsB, "location.href"), site->url("/beta.html"));
+
+  // In the same place with the same size, the titles still tell them apart...
+  ASSERT_TRUE(place(beta, {0, 0, 600, 700}));
+  EXPECT_TRUE(testing::waitUntil([&] { return eval(toolsB, "document.title") == "Beta page"; }, 10s));
+  EXPECT_EQ(eval(toolsA, "document.title"), "Third");
+  // ... and once Alpha takes Beta's title too, nothing does: both refuse.
+  EXPECT_EQ(eval(toolsA, "document.title = 'Beta page'"), "Beta page");
+  ASSERT_TRUE(testing::waitUntil([&] { return windows.window(alpha)->title == "Beta page - Chromium"; }, 10s));
+  for (ToolServerClient* tools : {&toolsA, &toolsB}) {
+    auto refused = tools->call("browser_read_page", {});
+    EXPECT_TRUE(refused.isError);
+    EXPECT_TRUE(refused.text.starts_with("Several Chromium windows have this window's place, size and title "
+                                         "(\"Beta page - Chromium\")"))
+        << refused.text;
+    EXPECT_EQ(tools->call("get_target_info", {}).text.find("front tab"), std::string::npos);
+  }
 }
 
 // A browser started without a debugging port: its pages can't be scripted, and the

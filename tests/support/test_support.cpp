@@ -60,6 +60,23 @@ TempHome::TempHome()
       config_("XDG_CONFIG_HOME", std::nullopt),
       cache_("XDG_CACHE_HOME", std::nullopt) {}
 
+bool processGroupAlive(int group) {
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    // "pid (comm) state ppid pgrp ...": the name may hold blanks and parentheses.
+    std::string stat = readAll(entry.path().string() + "/stat");
+    size_t close = stat.rfind(')');
+    if (close == std::string::npos) continue;
+    std::istringstream fields(stat.substr(close + 1));
+    char state = 0;
+    int parent = 0, processGroup = 0;
+    if (!(fields >> state >> parent >> processGroup)) continue;
+    if (processGroup == group && state != 'Z' && state != 'X') return true;
+  }
+  return false;
+}
+
 std::string readAll(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream buffer;

@@ -51,6 +51,10 @@ class TempHome {
   ScopedEnv home_, data_, state_, config_, cache_;
 };
 
+// Whether any process of the process group `group` is still running (zombies, which
+// nobody may reap here, count as ended).
+bool processGroupAlive(int group);
+
 // Reads a whole file ("" if missing).
 std::string readAll(const std::string& path);
 

@@ -59,12 +59,22 @@ void Input::click(Point at, bool right, bool isDouble) {
   }
 }
 
-void Input::type(const std::string& text) {
+void Input::type(const std::string& text, const std::function<bool()>& stillAimed) {
   // Chunks of at most 16 UTF-16 code units; a character is never split, so each chunk
   // stays valid text.
   size_t start = 0, units = 0;
+  auto characters = [&](size_t end) {
+    size_t count = 0;
+    for (size_t i = 0; i < end; ++i) count += (static_cast<unsigned char>(text[i]) & 0xC0) != 0x80;
+    return count;
+  };
   auto flush = [&](size_t end) {
     if (end > start) {
+      if (stillAimed && !stillAimed()) {
+        throw MCPToolError("Typing stopped after " + std::to_string(characters(start)) + " of " +
+                           std::to_string(characters(text.size())) +
+                           " characters: the window is no longer the active one.");
+      }
       service_.text(text.substr(start, end - start));
       sleep_(12000);
     }

@@ -25,7 +25,10 @@ class Input {
   static const std::map<std::string, uint16_t>& keys();
 
   void click(Point at, bool right, bool isDouble);
-  void type(const std::string& text);
+  // Types in chunks; `stillAimed`, when given, is asked before each chunk whether the
+  // keys still reach their window, and typing stops with MCPToolError "Typing stopped
+  // after N of M characters ..." once it says no.
+  void type(const std::string& text, const std::function<bool()>& stillAimed = {});
   // Throws MCPToolError "Unknown key <name>" for a name outside keys().
   void key(const std::string& name, const std::vector<std::string>& modifiers);
   void scroll(Point at, double dx, double dy);

@@ -1,5 +1,6 @@
 #include "app/control/window_control.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -21,7 +22,18 @@ static constexpr int64_t kDefaultTreeDepth = 25;
 static constexpr int64_t kDefaultPageCharacters = 40000;
 static constexpr int kJPEGQuality = 80;
 
+// Bringing a window forward: the settling pause after asking, then how often and how
+// long its arrival in front is looked for.
+static constexpr int kSettleMicroseconds = 150000;
+static constexpr int kFrontPollMicroseconds = 50000;
+static constexpr int kFrontWaitMicroseconds = 1000000;
+
 static const char* const kWindowGone = "The bonded window is gone (closed?). Ask the user to drop the piece again.";
+
+static std::string notOnScreenText() {
+  return "The bonded window isn't on screen right now (minimized, or " + std::string(PlatformWords::otherDesktop) +
+         "). Ask the user to bring it back, then retry.";
+}
 
 WindowControl::WindowControl(uint32_t windowID, std::string bundleID, std::optional<int32_t> pidHint,
                              DesktopServices& desktop, Input::Sleeper sleeper)
@@ -94,6 +106,18 @@ static std::string whole(double value) {
   return text;
 }
 
+// A point as the agent gave it: whole numbers as such, fractions kept (so that -0.5 isn't
+// shown as the valid 0).
+static std::string pointText(Point p) {
+  auto number = [](double value) {
+    if (!std::isfinite(value) || value == std::trunc(value)) return whole(value);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.10g", value);
+    return std::string(text);
+  };
+  return number(p.x) + "," + number(p.y);
+}
+
 // Line breaks become blanks, so each element, title or value keeps to its line.
 static std::string oneLine(std::string text) {
   for (char& c : text)
@@ -112,10 +136,7 @@ WindowControl::Info WindowControl::info() {
 
 std::vector<MCPContent> WindowControl::screenshot() {
   Info window = info();
-  if (!window.onScreen) {
-    throw MCPToolError("The bonded window isn't on screen right now (minimized, or " +
-                       std::string(PlatformWords::otherDesktop) + "). Ask the user to bring it back, then retry.");
-  }
+  if (!window.onScreen) throw MCPToolError(notOnScreenText());
   auto captured = desktop_.capture.capture(windowID);
   if (!captured || captured->width <= 0 || captured->height <= 0)
     throw MCPToolError(std::string(PlatformWords::screenshotFailed));
@@ -254,7 +275,7 @@ std::shared_ptr<AccessibleElement> WindowControl::element(const std::string& ref
 
 BrowserWindow WindowControl::browserWindow(BrowserApp browser) {
   Info window = info();
-  return {windowID, window.pid, browser};
+  return browserWindowFrom(desktop_.windows, windowID, window.pid, browser, window.frame, window.title);
 }
 
 std::string WindowControl::js(BrowserApp browser, const std::string& code) {
@@ -269,12 +290,67 @@ std::string WindowControl::js(BrowserApp browser, const std::string& code) {
 
 // --- Driving ---------------------------------------------------------------------------
 
-void WindowControl::bringForward() {
+bool WindowControl::bringForward() {
   info();
   if (!desktop_.accessibility.trusted()) throw MCPToolError(std::string(PlatformWords::accessibilityMissing));
-  // Activation raises the window too; a refusal is no reason to stop.
-  (void)desktop_.windows.activate(windowID);
-  sleep_(150000);
+  bool activated = desktop_.windows.activate(windowID);
+  sleep_(kSettleMicroseconds);
+  return activated;
+}
+
+WindowControl::PointView WindowControl::pointView(Point at) {
+  for (const WindowInfo& window : desktop_.windows.windows()) {
+    if (window.windowID == windowID) return window.onScreen ? PointView::shows : PointView::hidden;
+    if (window.onScreen && Rect{window.x, window.y, window.width, window.height}.contains(at))
+      return PointView::covered;
+  }
+  return PointView::hidden;
+}
+
+// Keys go to the window with the keyboard focus, whichever that is. The window service
+// says which windows are in front, not which has the focus; a window manager that
+// activates a window gives it the focus and raises it above the others of its layer.
+// So the window counts as active when the desktop took the request and no window of its
+// layer or a lower one is in front of it. Windows of higher layers (panels, docks,
+// notifications, windows kept above) stay in front whatever is active and are passed
+// over.
+bool WindowControl::readsAsFront() {
+  std::vector<WindowInfo> windows = desktop_.windows.windows();
+  auto self = std::find_if(windows.begin(), windows.end(), [&](const WindowInfo& w) { return w.windowID == windowID; });
+  if (self == windows.end() || !self->onScreen) return false;
+  return std::none_of(windows.begin(), self, [&](const WindowInfo& w) { return w.onScreen && w.layer <= self->layer; });
+}
+
+void WindowControl::requireActiveForKeys() {
+  if (!bringForward()) {
+    throw MCPToolError("The desktop refused to activate the window, so no keys were sent. Ask the user to bring it "
+                       "forward, then retry.");
+  }
+  for (int waited = 0; !readsAsFront(); waited += kFrontPollMicroseconds) {
+    if (waited >= kFrontWaitMicroseconds) {
+      throw MCPToolError("The window didn't become the active one (another window stayed in front of it), so no "
+                         "keys were sent. Ask the user to bring it forward, then retry.");
+    }
+    sleep_(kFrontPollMicroseconds);
+  }
+}
+
+Point WindowControl::screenPoint(Point inWindow, const Info& window, const std::string& done) {
+  const std::string point = pointText(inWindow);
+  if (!(inWindow.x >= 0 && inWindow.x < window.frame.width && inWindow.y >= 0 && inWindow.y < window.frame.height)) {
+    const std::string width = whole(window.frame.width), height = whole(window.frame.height);
+    throw MCPToolError("Point " + point + " lies outside the window, which is " + width + "x" + height +
+                       " points: x and y are window points, 0 <= x < " + width + " and 0 <= y < " + height +
+                       ". Nothing was " + done + ".");
+  }
+  Point at{window.frame.x + inWindow.x, window.frame.y + inWindow.y};
+  // The pointer can't leave the screen: a point past its top or left edge would land at
+  // the edge, on whatever is there.
+  if (at.x < 0 || at.y < 0) {
+    throw MCPToolError("Point " + point + " of the window lies off the screen. Nothing was " + done +
+                       ". Ask the user to move the window fully onto the screen.");
+  }
+  return at;
 }
 
 std::vector<MCPContent> WindowControl::call(const std::string& tool, const JSONObject& args,
@@ -291,7 +367,7 @@ std::vector<MCPContent> WindowControl::call(const std::string& tool, const JSONO
                        whole(window.frame.x) + "," + whole(window.frame.y) + " " + whole(window.frame.width) + "x" +
                        whole(window.frame.height) + "\non screen: " + (window.onScreen ? "true" : "false");
     if (browser) {
-      if (auto tab = desktop_.browsers.frontTab({windowID, window.pid, *browser}); tab && !tab->empty()) {
+      if (auto tab = desktop_.browsers.frontTab(browserWindow(*browser)); tab && !tab->empty()) {
         std::string answer = *tab;
         if (auto newline = answer.find('\n'); newline != std::string::npos)
           answer.replace(newline, 1, " \u2014 ");
@@ -316,21 +392,40 @@ std::vector<MCPContent> WindowControl::call(const std::string& tool, const JSONO
     return {MCPContent::text("value set")};
   }
   if (tool == "click") {
-    bringForward();
-    Info window = info();
-    Point at{window.frame.x + numberArgument(args, "x"), window.frame.y + numberArgument(args, "y")};
+    // Bringing forward may restore or move the window: the point is checked against the
+    // frame before (nothing is raised for a point outside it) and placed after.
+    Point inWindow{numberArgument(args, "x"), numberArgument(args, "y")};
+    (void)screenPoint(inWindow, info(), "clicked");
+    // A refused activation is no reason to stop: what counts is that the point shows
+    // this window, looked at below.
+    (void)bringForward();
+    Point at;
+    for (int waited = 0;; waited += kFrontPollMicroseconds) {
+      at = screenPoint(inWindow, info(), "clicked");
+      PointView view = pointView(at);
+      if (view == PointView::shows) break;
+      if (view == PointView::hidden && waited >= kFrontWaitMicroseconds) throw MCPToolError(notOnScreenText());
+      if (waited >= kFrontWaitMicroseconds) {
+        throw MCPToolError("Another window stays in front of this one at point " + pointText(inWindow) +
+                           ", so nothing was clicked. Pick a point it doesn't cover, or ask the "
+                           "user to move it away.");
+      }
+      sleep_(kFrontPollMicroseconds);
+    }
     auto isDouble = args.find("double");
     input_.click(at, textArgument(args, "button") == "right",
                  isDouble != args.end() && isDouble->second.is_boolean() && isDouble->second.get<bool>());
     return {MCPContent::text("clicked at " + whole(at.x) + "," + whole(at.y) + " (screen)")};
   }
   if (tool == "type_text") {
-    bringForward();
-    input_.type(textArgument(args, "text"));
+    requireActiveForKeys();
+    // Long text takes a while: the user may switch windows meanwhile, and the rest must
+    // not follow the focus.
+    input_.type(textArgument(args, "text"), [this] { return readsAsFront(); });
     return {MCPContent::text("typed")};
   }
   if (tool == "press_key") {
-    bringForward();
+    requireActiveForKeys();
     std::vector<std::string> modifiers;
     if (auto it = args.find("modifiers"); it != args.end() && it->second.is_array()) {
       for (const JSONValue& item : it->second)
@@ -341,10 +436,23 @@ std::vector<MCPContent> WindowControl::call(const std::string& tool, const JSONO
     return {MCPContent::text("pressed " + key)};
   }
   if (tool == "scroll") {
+    // The wheel goes to the window under the pointer. Scrolling doesn't bring the window
+    // forward, so a point another window covers is refused rather than scrolled there.
     Info window = info();
-    double x = args.count("x") ? numberArgument(args, "x") : window.frame.width / 2;
-    double y = args.count("y") ? numberArgument(args, "y") : window.frame.height / 2;
-    input_.scroll({window.frame.x + x, window.frame.y + y}, numberArgument(args, "dx"), numberArgument(args, "dy"));
+    Point inWindow{args.count("x") ? numberArgument(args, "x") : window.frame.width / 2,
+                   args.count("y") ? numberArgument(args, "y") : window.frame.height / 2};
+    Point at = screenPoint(inWindow, window, "scrolled");
+    switch (pointView(at)) {
+      case PointView::shows:
+        break;
+      case PointView::hidden:
+        throw MCPToolError(notOnScreenText());
+      case PointView::covered:
+        throw MCPToolError("Another window covers this one at point " + pointText(inWindow) +
+                           ", so nothing was scrolled. Click into this window to bring it forward, or pick a point "
+                           "it doesn't cover.");
+    }
+    input_.scroll(at, numberArgument(args, "dx"), numberArgument(args, "dy"));
     return {MCPContent::text("scrolled")};
   }
   if (tool == "browser_read_page") {

@@ -233,12 +233,12 @@ void PieceController::changed() {
 // --- Session ---
 
 void PieceController::writeScope() {
-  std::string path = sessionDir() + "/scope.json";
+  // Everything in the file comes from this controller, never from what the file holds
+  // now: an agent that rewrote it gets it back as the application means it.
   ControlScope scope(allTargets(), pieceID_);
-  ControlScope old = ControlScope::load(path);
-  scope.gate = old.gate;
-  scope.workDir = old.workDir;
-  scope.save(path);
+  scope.gate = isGated();
+  scope.workDir = target_.workingDirectory().path();
+  scope.save(sessionDir() + "/scope.json");
 }
 
 void PieceController::startSession(const std::optional<SessionRecord>& resume) {
@@ -262,11 +262,7 @@ void PieceController::startSession(const std::optional<SessionRecord>& resume) {
   for (const Tentacle& tentacle : tentacles_) tentacleTargets.push_back(tentacle.target);
   std::string systemPrompt = SessionLaunch::systemPrompt(target_, tentacleTargets);
 
-  bool gated = agent_.kind.id != AgentKind::claude().id;
-  ControlScope scope = ControlScope::load(scopePath);
-  scope.gate = gated;
-  scope.workDir = workDir;
-  scope.save(scopePath);
+  bool gated = isGated();
 
   AgentFactory::Request request{agent_,
                                 sessionID_,

@@ -100,7 +100,10 @@ std::optional<Resolved> DropResolver::resolve(Point at) {
 
 std::optional<Resolved> DropResolver::browserTarget(const WindowInfo& window, BrowserApp app,
                                                     const std::optional<std::string>& bundle) {
-  Expected<std::string> tab = desktop_.browsers.frontTab(BrowserWindow{window.id, window.pid, app});
+  // The browser is asked for this window's own front tab, named by where the window
+  // manager shows it and its title, never for whichever page it lists first.
+  Expected<std::string> tab = desktop_.browsers.frontTab(
+      browserWindowFrom(desktop_.windows, window.id, window.pid, app, window.frame, window.title));
   if (tab) {
     std::string_view text = *tab;
     size_t newline = text.find('\n');

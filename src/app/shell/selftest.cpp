@@ -5,8 +5,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
 
 #include "app/peers/peer_server.h"
 #include "app/shell/say.h"
@@ -15,6 +18,7 @@
 #include "core/agent/agent_factory.h"
 #include "core/agent/agent_launch.h"
 #include "core/mcp/control_scope.h"
+#include "core/mcp/peer_ipc.h"
 #include "core/agent/session_launch.h"
 #include "core/base/file_io.h"
 #include "core/base/json_value.h"
@@ -67,6 +71,17 @@ static bool accessibilityReachable() {
 
 static const char* boolText(bool value) { return value ? "true" : "false"; }
 
+// This run's private folder, removed when the run ends.
+static std::string privateFolder;
+
+[[noreturn]] static void endSelftest(int code) {
+  if (!privateFolder.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(privateFolder, ignored);
+  }
+  exitProcess(code);
+}
+
 void runSelftest(const CommandLine& commandLine) {
   Say say(commandLine.value("--out"));
   auto plan = makeSelftestPlan(commandLine);
@@ -93,9 +108,24 @@ void runSelftest(const CommandLine& commandLine) {
     exitProcess(1);
   }
 
+  // A folder of this run's own in the shared temporary folder, for the scope, the
+  // agent's MCP configuration and the peer socket. mkdtemp makes it 0700 under a name
+  // nobody can guess and create first: a folder with a fixed name there could be made
+  // by another local user, who could then swap the scope (and so what the agent may do)
+  // or answer the approvals on the socket.
+  std::string sessionFolder = Paths::temporaryDirectory() + "/zorvane-selftest-XXXXXX";
+  if (::mkdtemp(sessionFolder.data()) == nullptr) {
+    say({"start failed:", "can't make a private folder in " + Paths::temporaryDirectory() + ": " + strerror(errno)});
+    exitProcess(1);
+  }
+  privateFolder = sessionFolder;
   // A socket of its own, so the agent's tool server finds this run and not an
   // application that may be running beside it.
-  std::string socketPath = Paths::temporaryDirectory() + "/zorvane-selftest-" + std::to_string(getpid()) + ".sock";
+  std::string socketPath = sessionFolder + "/ipc.sock";
+  if (socketPath.size() > PeerIPC::addressPath(socketPath).size()) {
+    say({"start failed:", "the temporary folder's path is too long for a socket: " + socketPath});
+    endSelftest(1);
+  }
   setenv("ZORVANE_IPC_SOCK", socketPath.c_str(), 1);
   static PeerServer peers(
       [say](const PeerRequest& request, const PeerServer::Completion& done) {
@@ -108,11 +138,6 @@ void runSelftest(const CommandLine& commandLine) {
   (void)peers.start();  // a failure is logged; gated tools then report the app unreachable
 
   const Target& target = plan->target;
-  std::string sessionFolder = Paths::temporaryDirectory() + "/zorvane-selftest-" + agentID;
-  std::string scopePath = sessionFolder + "/scope.json";
-  (void)createDirectories(sessionFolder);  // a failure shows up when the agent starts
-  ControlScope({target}, UUID()).save(scopePath);
-
   say({"target:", target.targetKey(), "agent:", agentID, "AX:", boolText(accessibilityReachable()),
        "screen:", boolText(screenReachable())});
 
@@ -120,10 +145,11 @@ void runSelftest(const CommandLine& commandLine) {
   (void)createDirectories(workingDirectory);  // the scratch folder of window targets
   std::string systemPrompt = SessionLaunch::systemPrompt(target, {});
 
-  ControlScope scope = ControlScope::load(scopePath);
+  std::string scopePath = sessionFolder + "/scope.json";
+  ControlScope scope({target}, UUID());
   scope.gate = agent->kind.id != AgentKind::claude().id;
   scope.workDir = workingDirectory;
-  scope.save(scopePath);
+  scope.save(scopePath);  // a failure leaves no scope: the tool server then changes nothing
 
   AgentFactory::Request request{*agent,
                                 UUID(),
@@ -137,10 +163,10 @@ void runSelftest(const CommandLine& commandLine) {
   auto made = AgentFactory::make(request, loop);
   if (!made) {
     say({"start failed:", made.error()});
-    exitProcess(1);
+    endSelftest(1);
   }
   static std::shared_ptr<AgentTransport> session = std::move(*made);
-  session->onEvent = [say, target, socketPath](const AgentEvent& event) {
+  session->onEvent = [say, target](const AgentEvent& event) {
     if (auto stream = event.as<AgentEvent::Stream>()) {
       if (auto toolUse = stream->event.as<StreamEvent::ToolUse>()) {
         say({"tool:", toolUse->name});
@@ -155,22 +181,21 @@ void runSelftest(const CommandLine& commandLine) {
     } else if (auto finished = event.as<AgentEvent::Finished>()) {
       say({"outcome:", finished->outcome.description()});
       session->terminate();
-      ::unlink(socketPath.c_str());
-      exitProcess(0);
+      endSelftest(0);
     }
   };
 
   if (auto started = session->start(); !started) {
     say({"start failed:", started.error()});
-    exitProcess(1);
+    endSelftest(1);
   }
   session->send(plan->prompt);
   loop.after(kSelftestTimeoutSeconds, [say] {
     say({"timeout"});
-    exitProcess(2);
+    endSelftest(2);
   });
   loop.run();
-  exitProcess(2);
+  endSelftest(2);
 }
 
 }  // namespace zorvane

@@ -22,6 +22,7 @@ struct ChildProcess::Shared {
   std::mutex mutex;
   std::condition_variable changed;
   bool running = false;  // true from spawn until the child is waited for
+  bool stopping = false;  // stop() was called: the group's leftovers die with the child
   int readersOpen = 0;
   MainQueue* queue = nullptr;  // cleared when the object goes, so a late post goes nowhere
 
@@ -65,11 +66,25 @@ void ChildProcess::signal(int number) {
   // Under the lock the reaper can't have collected the child yet, so the pid is still
   // ours and can't have been reused by another process.
   std::lock_guard lock(shared_->mutex);
-  if (shared_->running) ::kill(pid_, number);
+  if (shared_->running) ::kill(options_.ownProcessGroup ? -pid_ : pid_, number);
 }
 
 void ChildProcess::terminate() { signal(SIGTERM); }
 void ChildProcess::kill() { signal(SIGKILL); }
+
+void ChildProcess::stop(double graceSeconds) {
+  MainQueue* queue = nullptr;
+  {
+    std::lock_guard lock(shared_->mutex);
+    if (!shared_->running) return;
+    shared_->stopping = true;
+    ::kill(options_.ownProcessGroup ? -pid_ : pid_, SIGTERM);
+    queue = shared_->queue;  // set until this object goes, and it is here
+  }
+  queue->after(graceSeconds, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->kill();
+  });
+}
 
 void ChildProcess::closeStdin() {
   if (stdinFd_ < 0) return;
@@ -163,7 +178,14 @@ Expected<void> ChildProcess::start() {
   }
   posix_spawnattr_setsigmask(&setup.attributes, &empty);
   posix_spawnattr_setsigdefault(&setup.attributes, &defaults);
-  posix_spawnattr_setflags(&setup.attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+  if (options_.ownProcessGroup) {
+    // Group id = the child's pid, set before it runs anything, so a signal sent as
+    // soon as spawn returns already reaches the whole group.
+    posix_spawnattr_setpgroup(&setup.attributes, 0);
+    flags |= POSIX_SPAWN_SETPGROUP;
+  }
+  posix_spawnattr_setflags(&setup.attributes, flags);
 
   std::vector<std::string> argvStore;
   argvStore.reserve(options_.arguments.size() + 1);
@@ -224,7 +246,7 @@ Expected<void> ChildProcess::start() {
   startReader(out.take(out.read), true);
   startReader(err.take(err.read), false);
 
-  std::thread([pid, weak, shared] {
+  std::thread([pid, group = options_.ownProcessGroup, weak, shared] {
     // Wait without collecting first, so signal() can't hit a reused pid.
     siginfo_t info{};
     while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
@@ -232,6 +254,9 @@ Expected<void> ChildProcess::start() {
     int status = 0;
     {
       std::lock_guard lock(shared->mutex);
+      // The group of a stopped child may outlive it (a job it put in the background);
+      // its id is still held by the uncollected child, so this reaches only the group.
+      if (group && shared->stopping) ::kill(-pid, SIGKILL);
       while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
       }
       shared->running = false;

@@ -10,9 +10,15 @@
 // Each pipe has a reader thread and the child a reaper thread; they hold no reference to
 // this object, only a weak one for their posts, so the object may be dropped while the
 // child runs. Once the object is gone they post nothing more, so a queue only has to
-// outlive the ChildProcess objects made on it, not their threads. Dropping it sends SIGTERM to a child still running; the reaper still waits
-// for it, so no zombie is left. Every descriptor is opened close-on-exec, so no child
-// inherits another's pipes.
+// outlive the ChildProcess objects made on it, not their threads. Dropping it sends
+// SIGTERM to a child still running; the reaper still waits for it, so no zombie is left.
+// Every descriptor is opened close-on-exec, so no child inherits another's pipes.
+//
+// A child started with `ownProcessGroup` leads a process group of its own, and every
+// signal it is sent goes to the whole group: what a shell command starts (a pipeline,
+// a job in the background) ends with it when it is stopped. Signals are sent only while
+// the child has not been collected: until then its process id, which is the group's id,
+// can't be given to another process, so no signal can reach a stranger.
 #pragma once
 
 #include <sys/types.h>
@@ -41,6 +47,7 @@ class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
     std::optional<Environment> environment;  // absent: this process's environment
     bool stdinFromNullDevice = false;     // no stdin pipe; the child reads /dev/null
     bool stderrToStdout = false;          // one pipe for both, in the order written
+    bool ownProcessGroup = false;         // leads a new process group; signals reach all of it
   };
 
   static std::shared_ptr<ChildProcess> create(Options options,
@@ -62,9 +69,16 @@ class ChildProcess : public std::enable_shared_from_this<ChildProcess> {
   bool write(std::string_view bytes);
   void closeStdin();
 
-  // Sends SIGTERM (or SIGKILL) to a running child; nothing otherwise.
+  // Sends SIGTERM (or SIGKILL) to a running child (its group, see above); nothing
+  // otherwise.
   void terminate();
   void kill();
+
+  // Ends a running child: SIGTERM now, SIGKILL after `graceSeconds` if it still runs
+  // (the timer is on the queue given at creation). With `ownProcessGroup` both go to
+  // the group, and whatever of the group is still there when the child itself has ended
+  // is killed before the child is collected.
+  void stop(double graceSeconds);
 
   bool isRunning() const;
   pid_t pid() const { return pid_; }

@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <fstream>
 
+#include "core/base/paths.h"
+
 namespace zorvane {
 
 static std::string reason(int error) {
@@ -97,6 +99,11 @@ static mode_t currentUmask() {
   return 022;
 }
 
+// Whether `path` is one of Zorvane's own folders or below one (see the header).
+static bool isOwn(const std::string& path) {
+  return !Paths::ownDirectoryHolding(path).empty();
+}
+
 static std::string parentOf(const std::string& path) {
   size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return ".";
@@ -128,6 +135,7 @@ Expected<void> writeFileAtomically(const std::string& path, std::string_view byt
   } else {
     targetMode = static_cast<mode_t>(mode) & 07777 & ~currentUmask();
   }
+  if (isOwn(folder)) targetMode &= 0700;
 
   size_t slash = path.find_last_of('/');
   std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -153,6 +161,16 @@ Expected<void> writeFileAtomically(const std::string& path, std::string_view byt
   return ok();
 }
 
+// Makes an existing folder of Zorvane's own private: one that others may enter is
+// tightened to 0700 when it is ours; one that belongs to another user is refused, since
+// that user could swap what we put in it.
+static Expected<void> keepPrivate(const std::string& folder, const struct stat& info) {
+  if (info.st_uid != geteuid()) return Failure{"create folder " + folder + ": it belongs to another user"};
+  if ((info.st_mode & 077) == 0) return ok();
+  if (::chmod(folder.c_str(), info.st_mode & 0700) != 0) return failure("make private", folder, errno);
+  return ok();
+}
+
 Expected<void> createDirectories(const std::string& path, unsigned mode) {
   if (path.empty()) return Failure{"create folder: the path is empty"};
 
@@ -163,13 +181,16 @@ Expected<void> createDirectories(const std::string& path, unsigned mode) {
     end = path.find('/', end + 1);
     std::string prefix = path.substr(0, end);
     if (prefix.empty() || prefix.back() == '/') continue;  // "/" or a doubled slash
-    if (::mkdir(prefix.c_str(), static_cast<mode_t>(mode)) == 0) continue;
+    bool own = isOwn(prefix);
+    if (::mkdir(prefix.c_str(), own ? 0700 : static_cast<mode_t>(mode)) == 0) continue;
     int error = errno;
     struct stat info;
     if (error == EEXIST || error == EACCES || error == EROFS) {
       if (::stat(prefix.c_str(), &info) == 0) {
-        if (S_ISDIR(info.st_mode)) continue;
-        error = ENOTDIR;
+        if (!S_ISDIR(info.st_mode)) return failure("create folder", prefix, ENOTDIR);
+        if (!own) continue;
+        if (auto kept = keepPrivate(prefix, info); !kept) return kept;
+        continue;
       }
     }
     return failure("create folder", prefix, error);

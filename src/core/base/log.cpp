@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -130,11 +131,18 @@ void Writer::run() {
   }
 }
 
+// The log says what the agents did and to what: it is the user's alone. A file left
+// readable by others (by an older version, or by hand) is tightened when it is ours.
 static int openForAppend(const std::string& file) {
   int fd;
   do {
-    fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    fd = ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
   } while (fd < 0 && errno == EINTR);
+  struct stat info {};
+  if (fd >= 0 && ::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == geteuid() &&
+      (info.st_mode & 077) != 0) {
+    (void)::fchmod(fd, info.st_mode & 0700);
+  }
   return fd;
 }
 

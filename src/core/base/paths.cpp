@@ -65,6 +65,29 @@ std::string configDirectory() {
   return join(baseDirectory("XDG_CONFIG_HOME", ".config"), "zorvane");
 }
 
+std::vector<std::string> ownDirectories() {
+  return {dataDirectory(), stateDirectory(), configDirectory()};
+}
+
+// Collapses runs of "/" into one and drops a trailing one, so prefixes compare plainly.
+static std::string withSingleSlashes(const std::string& path) {
+  std::string result;
+  for (char c : path) {
+    if (c == '/' && !result.empty() && result.back() == '/') continue;
+    result += c;
+  }
+  return withoutTrailingSlashes(result);
+}
+
+std::string ownDirectoryHolding(const std::string& path) {
+  std::string candidate = withSingleSlashes(path);
+  for (const std::string& own : ownDirectories()) {
+    std::string folder = withSingleSlashes(own);
+    if (candidate == folder || (candidate.starts_with(folder) && candidate[folder.size()] == '/')) return own;
+  }
+  return {};
+}
+
 std::string logFile() {
   return join(stateDirectory(), "zorvane.log");
 }

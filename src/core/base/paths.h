@@ -7,9 +7,16 @@
 // Every function reads the environment when called, so tests that point HOME and the
 // XDG variables at a temporary folder never touch the real home. A relative XDG value
 // is ignored, as the XDG rules say.
+//
+// The data, state and config folders are Zorvane's own: they hold every piece's scope
+// file, the agents' MCP configurations, the peer socket, the stores and the log. They
+// are private to the user (folders 0700, files 0600, see file_io.h), and the tool server
+// never lets an agent write in them or run a command there, but for the scratch folder,
+// where the agents bonded to a window work.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zorvane::Paths {
 
@@ -17,6 +24,11 @@ std::string home();               // $HOME, else the password database, else "/"
 std::string dataDirectory();      // .../zorvane
 std::string stateDirectory();     // .../zorvane
 std::string configDirectory();    // .../zorvane
+// The three above, in that order.
+std::vector<std::string> ownDirectories();
+// The own folder that holds `path`, as written (links are not followed, "//" counts as
+// "/"): one of ownDirectories() when `path` is that folder or below it, else empty.
+std::string ownDirectoryHolding(const std::string& path);
 std::string logFile();            // state/zorvane.log
 std::string settingsFile();       // config/settings.json
 std::string scratchDirectory();   // data/scratch

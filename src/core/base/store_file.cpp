@@ -83,7 +83,7 @@ std::optional<JSONValue> loadArray(const std::string& path) {
 Expected<void> save(const std::string& path, std::string_view bytes) {
   std::string folder = path.substr(0, path.rfind('/'));
   if (!folder.empty()) {
-    if (auto made = createDirectories(folder); !made) return made;
+    if (auto made = createDirectories(folder, 0700); !made) return made;
   }
   FileLock lock(path);
   return writeFileAtomically(path, bytes, 0600);

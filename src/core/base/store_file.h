@@ -12,6 +12,8 @@
 //   - a save replaces the file atomically (temporary file, flush, rename) while holding
 //     an exclusive lock on "<file>.lock", so saves from several processes of the same
 //     user each leave one whole file, the last one winning.
+//     The file is 0600 and the folders made for it 0700: a store holds the user's
+//     conversations, pieces and schedules, which no other local user may read.
 // Decoding the elements is each store's own business (element by element, usually).
 #pragma once
 

@@ -42,56 +42,69 @@ std::string ControlScope::encoded() const {
   return out.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-Expected<ControlScope> ControlScope::decode(const JSONValue& value) {
-  if (!value.is_object()) return Failure{"scope: expected an object"};
+// Decodes the fields; the failure says which field and what was wrong with it.
+static Expected<ControlScope> decodeFields(const JSONValue& value) {
+  if (!value.is_object()) return Failure{"expected an object"};
   const JSONValue* list = subscript(value, "entries");
-  if (list == nullptr || !list->is_array()) return Failure{"scope: entries: expected an array"};
+  if (list == nullptr || !list->is_array()) return Failure{"entries: expected an array"};
   ControlScope scope;
   for (const JSONValue& item : *list) {
     auto name = stringValue(subscript(item, "name"));
     auto kind = stringValue(subscript(item, "kind"));
     auto bundleID = stringValue(subscript(item, "bundleID"));
     const JSONValue* windowID = subscript(item, "windowID");
-    if (!name || !kind || !bundleID) return Failure{"scope: entry: name, kind and bundleID must be text"};
+    if (!name || !kind || !bundleID) return Failure{"entry: name, kind and bundleID must be text"};
     if (windowID == nullptr || !windowID->is_number_unsigned() || windowID->get<uint64_t>() > UINT32_MAX) {
-      return Failure{"scope: entry: windowID must be a window number"};
+      return Failure{"entry: windowID must be a window number"};
     }
     const JSONValue* url = subscript(item, "url");
-    if (url != nullptr && !url->is_string()) return Failure{"scope: entry: url must be text"};
+    if (url != nullptr && !url->is_string()) return Failure{"entry: url must be text"};
     scope.entries.push_back({*name, *kind, static_cast<uint32_t>(windowID->get<uint64_t>()), *bundleID,
                              stringValue(url)});
   }
   if (const JSONValue* piece = subscript(value, "pieceID")) {
     auto text = stringValue(piece);
     auto uuid = text ? UUID::parse(*text) : std::nullopt;
-    if (!uuid) return Failure{"scope: pieceID: expected a UUID"};
+    if (!uuid) return Failure{"pieceID: expected a UUID"};
     scope.pieceID = uuid;
   }
   for (auto [key, field] : {std::pair{"allWindows", &scope.allWindows}, std::pair{"gate", &scope.gate}}) {
     if (const JSONValue* flag = subscript(value, key)) {
-      if (!flag->is_boolean()) return Failure{std::string("scope: ") + key + ": expected true or false"};
+      if (!flag->is_boolean()) return Failure{std::string(key) + ": expected true or false"};
       *field = flag->get<bool>();
     }
   }
   if (const JSONValue* dir = subscript(value, "workDir")) {
-    if (!dir->is_string()) return Failure{"scope: workDir: expected text"};
+    if (!dir->is_string()) return Failure{"workDir: expected text"};
     scope.workDir = dir->get<std::string>();
   }
   return scope;
 }
 
-ControlScope ControlScope::load(const std::string& path) {
+Expected<ControlScope> ControlScope::decode(const JSONValue& value) {
+  auto scope = decodeFields(value);
+  if (!scope) return Failure{"scope: " + scope.error()};
+  return scope;
+}
+
+Expected<ControlScope> ControlScope::read(const std::string& path) {
   auto bytes = readFile(path);
-  if (!bytes) return ControlScope();
+  if (!bytes) return Failure{"scope file " + path + ": " + bytes.error()};
   auto parsed = parseJSON(*bytes);
-  if (!parsed) return ControlScope();
-  auto scope = decode(*parsed);
+  if (!parsed) return Failure{"scope file " + path + ": not valid JSON"};
+  auto scope = decodeFields(*parsed);
+  if (!scope) return Failure{"scope file " + path + ": " + scope.error()};
+  return scope;
+}
+
+ControlScope ControlScope::load(const std::string& path) {
+  auto scope = read(path);
   if (!scope) return ControlScope();
   return std::move(*scope);
 }
 
 void ControlScope::save(const std::string& path) const {
-  (void)writeFileAtomically(path, encoded());
+  (void)writeFileAtomically(path, encoded(), 0600);
 }
 
 static std::string lowercased(std::string_view text) {

@@ -3,9 +3,14 @@
 // piece it belongs to, and two switches. The application writes it atomically; the tool
 // server reads it anew at every tool call, so a change applies on the next call.
 //
-// `load` never fails: a missing, unreadable or undecodable file is an empty scope (no
-// entries, no piece, switches off). `save` never reports: a failed save leaves the old
-// file whole.
+// The tool server reads the file with `read`, which fails on a file that is missing,
+// unreadable, not JSON, or whose fields are missing or of the wrong type. The scope is
+// what decides whether a change needs the user's approval, so a scope that can't be read
+// must never count as one that asks nothing: the tool server then refuses every tool
+// that changes something. `load` is the lenient form for the application's writers,
+// which carry fields over from the file they replace: a file it can't read is an empty
+// scope. `save` never reports: a failed save leaves the old file whole. The file is
+// 0600: it is the agent's leash, for the user alone.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +45,10 @@ struct ControlScope {
   // Entries for the targets that have a window (tabs and windows), in order.
   ControlScope(const std::vector<Target>& targets, std::optional<UUID> pieceID);
 
+  // The scope in the file, or why there is none: "scope file <path>: <reason>".
+  static Expected<ControlScope> read(const std::string& path);
+  // The scope in the file, or an empty scope when `read` fails. Never use it to decide
+  // what an agent may do.
   static ControlScope load(const std::string& path);
   void save(const std::string& path) const;
 

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -106,31 +107,160 @@ static void writeAll(int fd, std::string_view bytes) {
   }
 }
 
+// The id of a request whose line was too long to read, found in what was kept of it:
+// `head` (its first bytes) and `tail` (its last). Only an id that is surely the
+// top-level one is taken: at the start, after nothing but scalar members; or as the
+// last member, right before the closing brace (where the TypeScript SDK writes it).
+// Inside a JSON string every quote is escaped, so a bare `"id":` is always a key.
+static JSONValue idOfOversizedLine(std::string_view head, std::string_view tail) {
+  auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  auto scalarAt = [](std::string_view text) -> std::optional<JSONValue> {
+    auto value = parseJSON(text);
+    if (!value || !(value->is_number() || value->is_string())) return std::nullopt;
+    return value;
+  };
+
+  // From the start: `{ "key": scalar, ... "id": scalar`.
+  size_t at = 0;
+  auto skipBlanks = [&] {
+    while (at < head.size() && isBlank(head[at])) ++at;
+  };
+  auto skipString = [&]() -> bool {  // `at` on the opening quote; leaves it past the closing one
+    for (++at; at < head.size(); ++at) {
+      if (head[at] == '\\') {
+        ++at;
+      } else if (head[at] == '"') {
+        ++at;
+        return true;
+      }
+    }
+    return false;
+  };
+  skipBlanks();
+  if (at < head.size() && head[at] == '{') {
+    ++at;
+    for (;;) {
+      skipBlanks();
+      size_t keyStart = at;
+      if (at >= head.size() || head[at] != '"' || !skipString()) break;
+      std::string_view key = head.substr(keyStart, at - keyStart);
+      skipBlanks();
+      if (at >= head.size() || head[at] != ':') break;
+      ++at;
+      skipBlanks();
+      size_t valueStart = at;
+      if (at < head.size() && head[at] == '"') {
+        if (!skipString()) break;
+      } else {
+        if (at < head.size() && (head[at] == '{' || head[at] == '[')) break;  // the rest is the tail's to say
+        while (at < head.size() && head[at] != ',' && head[at] != '}' && !isBlank(head[at])) ++at;
+      }
+      std::string_view value = head.substr(valueStart, at - valueStart);
+      if (key == "\"id\"") {
+        if (auto id = scalarAt(value)) return *id;
+        break;
+      }
+      skipBlanks();
+      if (at >= head.size() || head[at] != ',') break;
+      ++at;
+    }
+  }
+
+  // From the end: `[,{] "id" : scalar }`.
+  while (!tail.empty() && isBlank(tail.back())) tail.remove_suffix(1);
+  if (tail.empty() || tail.back() != '}') return nullptr;
+  tail.remove_suffix(1);
+  while (!tail.empty() && isBlank(tail.back())) tail.remove_suffix(1);
+  size_t valueEnd = tail.size();
+  size_t valueStart = valueEnd;
+  if (!tail.empty() && tail.back() == '"') {
+    // Back to the opening quote: one not preceded by an odd run of backslashes.
+    for (size_t i = tail.size() - 1; i-- > 0;) {
+      if (tail[i] != '"') continue;
+      size_t slashes = 0;
+      while (i > slashes && tail[i - 1 - slashes] == '\\') ++slashes;
+      if (slashes % 2 == 0) {
+        valueStart = i;
+        break;
+      }
+    }
+  } else {
+    while (valueStart > 0 && std::string_view("0123456789+-.eE").find(tail[valueStart - 1]) != std::string_view::npos) {
+      --valueStart;
+    }
+  }
+  if (valueStart == valueEnd) return nullptr;
+  std::string_view value = tail.substr(valueStart, valueEnd - valueStart);
+  tail = tail.substr(0, valueStart);
+  while (!tail.empty() && isBlank(tail.back())) tail.remove_suffix(1);
+  if (tail.empty() || tail.back() != ':') return nullptr;
+  tail.remove_suffix(1);
+  while (!tail.empty() && isBlank(tail.back())) tail.remove_suffix(1);
+  if (!tail.ends_with("\"id\"")) return nullptr;
+  tail.remove_suffix(4);
+  while (!tail.empty() && isBlank(tail.back())) tail.remove_suffix(1);
+  if (tail.empty() || (tail.back() != ',' && tail.back() != '{')) return nullptr;
+  if (auto id = scalarAt(value)) return *id;
+  return nullptr;
+}
+
+// "8 MiB", or the bytes when they aren't whole mebibytes.
+static std::string sizeText(size_t bytes) {
+  if (bytes % (size_t{1} << 20) == 0) return std::to_string(bytes >> 20) + " MiB";
+  return std::to_string(bytes) + " bytes";
+}
+
 void MCPServer::serve(int input, int output, size_t maxLineBytes) const {
+  // The first and last bytes of the line being received, kept beside the buffer (which
+  // drops an oversized line) so that a refusal can name the request's id.
+  constexpr size_t kKeptBytes = 4096;
   LineBuffer buffer(maxLineBytes);
+  std::string head, tail;
+  size_t lineBytes = 0;
+
+  const std::string tooLarge = "Request too large: a request may be at most " + sizeText(maxLineBytes) +
+                               ". Write a large file in parts.";
+  auto answer = [&](const LineBuffer::Line& line) {
+    if (line.oversized) {
+      writeAll(output, errorReply(idOfOversizedLine(head, tail), -32600, tooLarge.c_str()));
+      return;
+    }
+    std::string_view text = line.text;
+    if (!text.empty() && text.back() == '\r') text.remove_suffix(1);
+    if (text.empty()) return;
+    if (auto reply = handle(text)) writeAll(output, *reply);
+  };
+  // Feeds bytes that hold at most one line feed, at their end.
+  auto feed = [&](std::string_view piece) {
+    if (lineBytes < kKeptBytes) head.append(piece.substr(0, kKeptBytes - lineBytes));
+    lineBytes += piece.size();
+    tail.append(piece.substr(piece.size() - std::min(piece.size(), kKeptBytes)));
+    if (tail.size() > 2 * kKeptBytes) tail.erase(0, tail.size() - kKeptBytes);
+    buffer.append(piece);
+    // Taken after every piece, so a line past the cap is dropped as it grows.
+    while (auto line = buffer.takeLine()) {
+      answer(*line);
+      head.clear();
+      tail.clear();
+      lineBytes = 0;
+    }
+  };
+
   std::string chunk(65536, '\0');
   for (;;) {
-    while (auto line = buffer.takeLine()) {
-      std::string_view text = line->text;
-      if (!line->oversized && !text.empty() && text.back() == '\r') text.remove_suffix(1);
-      if (line->oversized) {
-        writeAll(output, errorReply(nullptr, -32700, "Parse error"));
-        continue;
-      }
-      if (text.empty()) continue;
-      if (auto reply = handle(text)) writeAll(output, *reply);
-    }
     ssize_t n = ::read(input, chunk.data(), chunk.size());
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) break;
-    buffer.append(std::string_view(chunk.data(), static_cast<size_t>(n)));
+    std::string_view data(chunk.data(), static_cast<size_t>(n));
+    while (!data.empty()) {
+      size_t end = data.find('\n');
+      end = end == std::string_view::npos ? data.size() : end + 1;
+      feed(data.substr(0, end));
+      data.remove_prefix(end);
+    }
   }
   // A last line without its line feed still counts.
-  buffer.append("\n");
-  while (auto line = buffer.takeLine()) {
-    if (line->oversized || line->text.empty()) continue;
-    if (auto reply = handle(line->text)) writeAll(output, *reply);
-  }
+  if (lineBytes > 0) feed("\n");
 }
 
 }  // namespace zorvane

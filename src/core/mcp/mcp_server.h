@@ -6,6 +6,11 @@
 // total: no input makes it throw. `serve` reads lines from a descriptor until end of
 // input and writes each reply before reading on, so requests run strictly one after
 // the other on the calling thread; a slow tool holds back the next request.
+//
+// A request line is at most `kMaxLineBytes` long. A longer one is never held whole: its
+// bytes are dropped as they arrive, and it is answered with an "Invalid Request" error,
+// under its id when that stands at the very start or the very end of the line (where
+// clients put it), so the agent's call ends at once instead of at its own time limit.
 #pragma once
 
 #include <functional>
@@ -30,9 +35,15 @@ class MCPServer {
   // One request line in, the bytes of one reply (with its line feed) out, or nothing.
   std::optional<std::string> handle(std::string_view line) const;
 
-  // Serves until `input` ends. Lines longer than `maxLineBytes` are answered with a
-  // parse error instead of being buffered whole.
-  void serve(int input, int output, size_t maxLineBytes = 256u << 20) const;
+  // The longest request line served. The largest request an agent has reason to send is
+  // write_file with a whole file's content. A model writes at most some hundred thousand
+  // tokens in one call, under 2 MB of text, and JSON escaping of ordinary text adds
+  // little; 8 MiB leaves room for that. Reading and decoding a line costs several times
+  // its size in memory, so the cap is also what bounds the tool server's memory.
+  static constexpr size_t kMaxLineBytes = size_t{8} << 20;
+
+  // Serves until `input` ends. Lines longer than `maxLineBytes` are refused, see above.
+  void serve(int input, int output, size_t maxLineBytes = kMaxLineBytes) const;
 
  private:
   std::vector<ToolSpec> tools_;

@@ -1,5 +1,5 @@
 // FakeBrowserScripting: a browser whose front tab, script results and failures a test
-// scripts; it records what it was asked.
+// scripts; it records what it was asked, and for which window.
 #pragma once
 
 #include <optional>
@@ -16,17 +16,21 @@ class FakeBrowserScripting final : public BrowserScripting {
   std::optional<std::string> evaluateFailure;
   std::optional<std::string> navigateFailure;
   std::vector<std::string> evaluated, navigated;
+  std::vector<BrowserWindow> windows;  // the window of every call, in order
 
-  Expected<std::string> frontTab(const BrowserWindow&) override {
+  Expected<std::string> frontTab(const BrowserWindow& window) override {
+    windows.push_back(window);
     if (!frontTabAnswer) return Failure{"no front window"};
     return *frontTabAnswer;
   }
-  Expected<std::string> evaluate(const BrowserWindow&, const std::string& javaScript) override {
+  Expected<std::string> evaluate(const BrowserWindow& window, const std::string& javaScript) override {
+    windows.push_back(window);
     evaluated.push_back(javaScript);
     if (evaluateFailure) return Failure{*evaluateFailure};
     return evaluateAnswer;
   }
-  Expected<void> navigate(const BrowserWindow&, const std::string& url) override {
+  Expected<void> navigate(const BrowserWindow& window, const std::string& url) override {
+    windows.push_back(window);
     navigated.push_back(url);
     if (navigateFailure) return Failure{*navigateFailure};
     return ok();

@@ -2,10 +2,14 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cctype>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <thread>
 
 #include "platform/x11/devtools_port.h"
 #include "platform/x11/websocket_client.h"
@@ -18,9 +22,10 @@ using json = nlohmann::json;
 
 constexpr size_t kMaxListBytes = size_t(8) << 20;
 
-struct PageTarget {
-  std::string id, url, title;
-};
+// Chromium rounds its bounds to whole units of its own: one unit of slack.
+constexpr double kBoundsSlack = 1;
+constexpr double kMinScale = 1, kMaxScale = 4;
+constexpr auto kRetitlePause = std::chrono::milliseconds(50);
 
 std::string secondsText(std::chrono::milliseconds duration) {
   auto tenths = (duration.count() + 50) / 100;
@@ -71,39 +76,69 @@ std::string stringField(const json& object, const char* name) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string();
 }
 
-// Sends one command to a page and waits for its reply, skipping the events in between.
-// The reply's "result", or its error message as the failure.
-Expected<json> callPage(uint16_t port, const PageTarget& page, const std::string& method, json parameters,
-                        Clock::time_point deadline, std::chrono::milliseconds allowed) {
-  std::string url = "ws://127.0.0.1:" + std::to_string(port) + "/devtools/page/" + page.id;
-  auto client = WebSocketClient::connect(url, deadline);
-  if (!client) return Failure{"Couldn't open the page's DevTools connection: " + client.error()};
-  constexpr int kCallID = 1;
-  json command = {{"id", kCallID}, {"method", method}, {"params", std::move(parameters)}};
-  if (auto sent = (*client)->sendText(command.dump(), deadline); !sent)
-    return Failure{"Couldn't send to the page: " + sent.error()};
-
-  for (;;) {
-    // Messages for other callers don't extend the time the page has to answer us.
-    if (Clock::now() >= deadline) return Failure{"The page didn't answer within " + secondsText(allowed) + "."};
-    auto message = (*client)->receiveText(deadline);
-    if (!message) {
-      if (Clock::now() >= deadline) return Failure{"The page didn't answer within " + secondsText(allowed) + "."};
-      return Failure{"The page's DevTools connection broke: " + message.error()};
-    }
-    json reply = json::parse(*message, nullptr, false);
-    if (reply.is_discarded() || !reply.is_object()) continue;
-    auto id = reply.find("id");
-    if (id == reply.end() || !id->is_number_integer() || id->get<int>() != kCallID) continue;
-    if (auto error = reply.find("error"); error != reply.end()) {
-      std::string text = error->is_object() ? stringField(*error, "message") : std::string();
-      std::string data = error->is_object() ? stringField(*error, "data") : std::string();
-      if (!data.empty()) text += (text.empty() ? "" : ": ") + data;
-      return Failure{text.empty() ? "the browser refused " + method : text};
-    }
-    auto result = reply.find("result");
-    return result != reply.end() ? *result : json::object();
+// One DevTools WebSocket connection, to the browser or to one page: commands go out with
+// ids of their own and each waits for its reply, skipping the events in between.
+class DevToolsConnection {
+ public:
+  // `path` is "/devtools/page/<id>" or "/devtools/browser/<id>"; `what` names the end
+  // in failures ("the page", "the browser").
+  static Expected<DevToolsConnection> open(uint16_t port, const std::string& path, const std::string& what,
+                                           Clock::time_point deadline) {
+    auto client = WebSocketClient::connect("ws://127.0.0.1:" + std::to_string(port) + path, deadline);
+    if (!client) return Failure{"Couldn't open " + what + "'s DevTools connection: " + client.error()};
+    return DevToolsConnection(std::move(*client), what);
   }
+
+  // The reply's "result", or its error message as the failure.
+  Expected<json> call(const std::string& method, json parameters, Clock::time_point deadline,
+                      std::chrono::milliseconds allowed) {
+    const int id = nextID_++;
+    json command = {{"id", id}, {"method", method}, {"params", std::move(parameters)}};
+    if (auto sent = client_->sendText(command.dump(), deadline); !sent)
+      return Failure{"Couldn't send to " + what_ + ": " + sent.error()};
+    std::string late = capitalized(what_) + " didn't answer within " + secondsText(allowed) + ".";
+    for (;;) {
+      // Messages for other callers don't extend the time the other end has to answer us.
+      if (Clock::now() >= deadline) return Failure{late};
+      auto message = client_->receiveText(deadline);
+      if (!message) {
+        if (Clock::now() >= deadline) return Failure{late};
+        return Failure{capitalized(what_) + "'s DevTools connection broke: " + message.error()};
+      }
+      json reply = json::parse(*message, nullptr, false);
+      if (reply.is_discarded() || !reply.is_object()) continue;
+      auto replyID = reply.find("id");
+      if (replyID == reply.end() || !replyID->is_number_integer() || replyID->get<int>() != id) continue;
+      if (auto error = reply.find("error"); error != reply.end()) {
+        std::string text = error->is_object() ? stringField(*error, "message") : std::string();
+        std::string data = error->is_object() ? stringField(*error, "data") : std::string();
+        if (!data.empty()) text += (text.empty() ? "" : ": ") + data;
+        return Failure{text.empty() ? "the browser refused " + method : text};
+      }
+      auto result = reply.find("result");
+      return result != reply.end() ? *result : json::object();
+    }
+  }
+
+ private:
+  DevToolsConnection(std::unique_ptr<WebSocketClient> client, std::string what)
+      : client_(std::move(client)), what_(std::move(what)) {}
+  static std::string capitalized(std::string text) {
+    if (!text.empty()) text[0] = char(std::toupper(static_cast<unsigned char>(text[0])));
+    return text;
+  }
+
+  std::unique_ptr<WebSocketClient> client_;
+  std::string what_;
+  int nextID_ = 1;
+};
+
+// One command to a page, on a connection of its own.
+Expected<json> callPage(uint16_t port, const std::string& pageID, const std::string& method, json parameters,
+                        Clock::time_point deadline, std::chrono::milliseconds allowed) {
+  auto connection = DevToolsConnection::open(port, "/devtools/page/" + pageID, "the page", deadline);
+  if (!connection) return Failure{connection.error()};
+  return connection->call(method, std::move(parameters), deadline, allowed);
 }
 
 // The string form of a Runtime.evaluate result.
@@ -133,32 +168,108 @@ std::string exceptionText(const json& details) {
   return text.empty() ? "the script threw an exception" : text;
 }
 
-// The browser's port and front page, or why there is none.
+// The page targets (most recently active first), each with its browser window, read
+// through one connection to the browser. Pages that have no browser window (yet, or any
+// more) are left out.
+Expected<std::vector<DevToolsPage>> listPages(uint16_t port, BrowserApp app, Clock::time_point deadline,
+                                              std::chrono::milliseconds allowed) {
+  std::string portText = std::to_string(port);
+  auto unreachable = [&](const std::string& why) {
+    return Failure{"Couldn't reach " + std::string(appName(app)) + "'s debugging port " + portText + ": " + why};
+  };
+  auto list = httpGet(port, "/json/list", deadline);
+  if (!list) return unreachable(list.error());
+  json targets = json::parse(*list, nullptr, false);
+  if (!targets.is_array()) return Failure{"The debugging port " + portText + " didn't answer with a list of tabs."};
+  std::vector<DevToolsPage> pages;
+  for (const json& target : targets) {
+    if (!target.is_object() || stringField(target, "type") != "page") continue;
+    DevToolsPage page{stringField(target, "id"), stringField(target, "url"), stringField(target, "title")};
+    if (!page.id.empty()) pages.push_back(std::move(page));
+  }
+  if (pages.empty()) return pages;
+
+  auto version = httpGet(port, "/json/version", deadline);
+  if (!version) return unreachable(version.error());
+  json about = json::parse(*version, nullptr, false);
+  std::string browserURL = about.is_object() ? stringField(about, "webSocketDebuggerUrl") : std::string();
+  size_t pathAt = browserURL.find("/devtools/browser/");
+  if (pathAt == std::string::npos)
+    return Failure{"The debugging port " + portText + " didn't say where the browser itself answers."};
+  auto browser = DevToolsConnection::open(port, browserURL.substr(pathAt), "the browser", deadline);
+  if (!browser) return Failure{browser.error()};
+
+  std::vector<DevToolsPage> placed;
+  for (DevToolsPage& page : pages) {
+    auto window = browser->call("Browser.getWindowForTarget", json{{"targetId", page.id}}, deadline, allowed);
+    if (!window) {
+      if (Clock::now() >= deadline) return Failure{window.error()};
+      continue;  // a tab that closed meanwhile, or one in no window
+    }
+    auto id = window->find("windowId");
+    auto bounds = window->find("bounds");
+    if (id == window->end() || !id->is_number_integer() || bounds == window->end() || !bounds->is_object()) continue;
+    auto number = [&](const char* name) {
+      auto value = bounds->find(name);
+      return value != bounds->end() && value->is_number() ? value->get<double>() : 0.0;
+    };
+    page.browserWindowID = id->get<int64_t>();
+    page.bounds = Rect{number("left"), number("top"), number("width"), number("height")};
+    placed.push_back(std::move(page));
+  }
+  return placed;
+}
+
+// The browser's port and the window's front page, or why there is none.
 struct FrontPage {
   uint16_t port = 0;
-  PageTarget page;
+  DevToolsPage page;
 };
 
 Expected<FrontPage> findFrontPage(const BrowserWindow& window, const DevToolsBrowserScripting::Options& options) {
   auto port = findDevToolsPort(window.pid, window.app, options.procRoot);
   if (!port) return Failure{port.error()};
-  auto list = httpGet(port->port, "/json/list", Clock::now() + options.listTimeout);
-  if (!list) {
-    // A DevToolsActivePort left behind by an earlier run names a port nobody serves.
-    if (!port->fromCommandLine) return Failure{noDebuggingPortText(window.app)};
-    return Failure{"Couldn't reach " + std::string(appName(window.app)) + "'s debugging port " +
-                   std::to_string(port->port) + ": " + list.error()};
+  std::string browserName(appName(window.app));
+  BrowserWindow current = window;
+  const Clock::time_point lookUntil = Clock::now() + options.retitleWait;
+  for (;;) {
+    auto pages = listPages(port->port, window.app, Clock::now() + options.listTimeout, options.listTimeout);
+    if (!pages) return Failure{pages.error()};
+    if (pages->empty()) return Failure{browserName + " has no open tab."};
+    DevToolsPageMatch match = matchWindowPage(current.frame, current.title, *pages);
+    if (match.kind == DevToolsPageMatch::Kind::found) return FrontPage{port->port, std::move((*pages)[match.index])};
+    if (match.kind == DevToolsPageMatch::Kind::several) {
+      return Failure{"Several " + browserName + " windows have this window's place, size and title (\"" +
+                     current.title + "\"), so which one it is can't be told; no page was touched. Move or resize "
+                     "one of them, then retry."};
+    }
+    // The title bar may still show the page's previous title: look again shortly.
+    if (!current.reread || Clock::now() + kRetitlePause > lookUntil) break;
+    std::this_thread::sleep_for(kRetitlePause);
+    if (!current.reread(current)) return Failure{"The browser window is gone."};
   }
-  json targets = json::parse(*list, nullptr, false);
-  if (!targets.is_array())
-    return Failure{"The debugging port " + std::to_string(port->port) + " didn't answer with a list of tabs."};
-  for (const json& target : targets) {
-    if (!target.is_object() || stringField(target, "type") != "page") continue;
-    PageTarget page{stringField(target, "id"), stringField(target, "url"), stringField(target, "title")};
-    if (page.id.empty()) continue;
-    return FrontPage{port->port, std::move(page)};
-  }
-  return Failure{std::string(appName(window.app)) + " has no open tab."};
+  return Failure{"Couldn't tell which of " + browserName + "'s tabs shows in this window: none of its windows has "
+                 "this window's place, size and title (\"" + current.title + "\"), so no page was touched. For a "
+                 "window that shows no web page (settings, developer tools), use screenshot or read_ui_tree."};
+}
+
+// The title of the window's front tab as the window manager shows it: the tab's title
+// alone, or followed by " - " and the browser's name (and a profile's, for some).
+bool titleFits(const std::string& windowTitle, const std::string& pageTitle) {
+  if (pageTitle.empty()) return false;
+  if (windowTitle == pageTitle) return true;
+  return windowTitle.size() > pageTitle.size() + 3 && windowTitle.compare(0, pageTitle.size(), pageTitle) == 0 &&
+         windowTitle.compare(pageTitle.size(), 3, " - ") == 0;
+}
+
+// The browser's bounds, in its units, are the X11 client area divided by one scale.
+bool boundsFit(const Rect& frame, const Rect& bounds) {
+  if (bounds.width <= 0 || bounds.height <= 0 || frame.width <= 0 || frame.height <= 0) return false;
+  double scale = frame.width / bounds.width;
+  if (!(scale >= kMinScale - 0.01 && scale <= kMaxScale)) return false;
+  double slack = kBoundsSlack * std::max(1.0, scale);
+  return std::fabs(bounds.x * scale - frame.x) <= slack && std::fabs(bounds.y * scale - frame.y) <= slack &&
+         std::fabs(bounds.height * scale - frame.height) <= slack;
 }
 
 }  // namespace
@@ -178,7 +289,7 @@ Expected<std::string> DevToolsBrowserScripting::evaluate(const BrowserWindow& wi
   auto front = findFrontPage(window, options_);
   if (!front) return Failure{front.error()};
   json parameters = {{"expression", javaScript}, {"returnByValue", true}, {"awaitPromise", true}};
-  auto result = callPage(front->port, front->page, "Runtime.evaluate", std::move(parameters), deadline,
+  auto result = callPage(front->port, front->page.id, "Runtime.evaluate", std::move(parameters), deadline,
                          options_.scriptTimeout);
   if (!result) return Failure{result.error()};
   if (auto details = result->find("exceptionDetails"); details != result->end() && details->is_object())
@@ -192,11 +303,24 @@ Expected<void> DevToolsBrowserScripting::navigate(const BrowserWindow& window, c
   Clock::time_point deadline = Clock::now() + options_.scriptTimeout;
   auto front = findFrontPage(window, options_);
   if (!front) return Failure{front.error()};
-  auto result = callPage(front->port, front->page, "Page.navigate", json{{"url", url}}, deadline,
+  auto result = callPage(front->port, front->page.id, "Page.navigate", json{{"url", url}}, deadline,
                          options_.scriptTimeout);
   if (!result) return Failure{result.error()};
   if (std::string errorText = stringField(*result, "errorText"); !errorText.empty()) return Failure{errorText};
   return ok();
+}
+
+DevToolsPageMatch matchWindowPage(const Rect& frame, const std::string& title, const std::vector<DevToolsPage>& pages) {
+  DevToolsPageMatch match;
+  std::set<int64_t> seen;
+  for (size_t i = 0; i < pages.size(); ++i) {
+    // Only a window's first page (its front tab) speaks for it.
+    if (!seen.insert(pages[i].browserWindowID).second) continue;
+    if (!boundsFit(frame, pages[i].bounds) || !titleFits(title, pages[i].title)) continue;
+    if (match.kind == DevToolsPageMatch::Kind::found) return {DevToolsPageMatch::Kind::several, 0};
+    match = {DevToolsPageMatch::Kind::found, i};
+  }
+  return match;
 }
 
 }  // namespace zorvane

@@ -1,6 +1,8 @@
 #include "platform/x11/devtools_port.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
+#include <netinet/in.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +14,8 @@
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <set>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -219,6 +223,116 @@ std::optional<uint16_t> parsePort(std::string_view text) {
   return uint16_t(port);
 }
 
+// --- Who listens on the port ------------------------------------------------------------
+
+// An address word as /proc/net/tcp prints it: the network-order bytes read as a number
+// in host order ("0100007F" for 127.0.0.1 on a little-endian host).
+std::string procWord(uint32_t hostOrder) {
+  char text[9];
+  std::snprintf(text, sizeof text, "%08X", unsigned(htonl(hostOrder)));
+  return text;
+}
+
+// The inodes of the sockets that listen on `port` and would take a connection to
+// 127.0.0.1: bound to it, to 0.0.0.0, to :: (which takes IPv4 too unless it is
+// IPv6-only, which these tables don't tell), or to the IPv4-mapped forms.
+std::set<unsigned long> loopbackListeners(const std::string& procRoot, uint16_t port) {
+  const std::string zero = procWord(0), loopback = procWord(INADDR_LOOPBACK), mapped = procWord(0xFFFF);
+  const std::set<std::string> covering = {loopback, zero, zero + zero + zero + zero, zero + zero + mapped + loopback,
+                                          zero + zero + mapped + zero};
+  constexpr std::string_view kListen = "0A";
+  std::set<unsigned long> inodes;
+  for (const char* table : {"/net/tcp", "/net/tcp6"}) {
+    auto contents = readSmallFile(procRoot + table);
+    if (!contents) continue;
+    std::istringstream lines(*contents);
+    std::string line;
+    std::getline(lines, line);  // the column names
+    while (std::getline(lines, line)) {
+      std::istringstream fields(line);
+      std::string slot, local, remote, state, queues, timer, retransmits, uid, timeout;
+      unsigned long inode = 0;
+      if (!(fields >> slot >> local >> remote >> state >> queues >> timer >> retransmits >> uid >> timeout >> inode))
+        continue;
+      size_t colon = local.find(':');
+      if (colon == std::string::npos || state != kListen || inode == 0) continue;
+      if (std::strtoul(local.c_str() + colon + 1, nullptr, 16) != port) continue;
+      std::string address = local.substr(0, colon);
+      for (char& c : address) c = char(std::toupper(static_cast<unsigned char>(c)));
+      if (covering.count(address)) inodes.insert(inode);
+    }
+  }
+  return inodes;
+}
+
+// The socket inodes among a process's open files; nothing when they can't be read.
+std::optional<std::set<unsigned long>> socketsOf(const std::string& procRoot, int32_t pid) {
+  std::string folder = procRoot + "/" + std::to_string(pid) + "/fd";
+  DIR* files = ::opendir(folder.c_str());
+  if (!files) return std::nullopt;
+  std::set<unsigned long> inodes;
+  std::array<char, 64> target{};
+  while (dirent* entry = ::readdir(files)) {
+    if (entry->d_name[0] == '.') continue;
+    ssize_t length = ::readlink((folder + "/" + entry->d_name).c_str(), target.data(), target.size() - 1);
+    if (length <= 0) continue;
+    std::string_view link(target.data(), size_t(length));
+    constexpr std::string_view kSocket = "socket:[";
+    if (link.substr(0, kSocket.size()) != kSocket) continue;
+    inodes.insert(std::strtoul(std::string(link.substr(kSocket.size())).c_str(), nullptr, 10));
+  }
+  ::closedir(files);
+  return inodes;
+}
+
+// The process that has this socket open, where one can be seen; 0 when none.
+int32_t holderOf(const std::string& procRoot, unsigned long inode) {
+  DIR* folder = ::opendir(procRoot.c_str());
+  if (!folder) return 0;
+  int32_t holder = 0;
+  while (dirent* entry = ::readdir(folder)) {
+    if (!std::isdigit(static_cast<unsigned char>(entry->d_name[0]))) continue;
+    int32_t pid = std::atoi(entry->d_name);
+    if (auto sockets = socketsOf(procRoot, pid); sockets && sockets->count(inode)) {
+      holder = pid;
+      break;
+    }
+  }
+  ::closedir(folder);
+  return holder;
+}
+
+// Succeeds when the browser process holds every socket that listens on the port for
+// loopback connections, and there is at least one.
+Expected<void> checkListener(const std::string& procRoot, const DevToolsPort& found, BrowserApp app,
+                             const std::optional<std::string>& portArgument) {
+  std::string portText = std::to_string(found.port);
+  std::set<unsigned long> listeners = loopbackListeners(procRoot, found.port);
+  if (listeners.empty()) {
+    // A DevToolsActivePort left behind by an earlier run names a port nobody serves.
+    if (!found.fromCommandLine) return Failure{noDebuggingPortText(app)};
+    return Failure{std::string(appName(app)) + " was started with --remote-debugging-port=" +
+                   portArgument.value_or(portText) + " but nothing listens on port " + portText +
+                   " (is it still starting?)."};
+  }
+  auto own = socketsOf(procRoot, found.browserPid);
+  if (!own) {
+    return Failure{"Couldn't check who listens on port " + portText + ": the open files of " +
+                   std::string(appName(app)) + " (pid " + std::to_string(found.browserPid) +
+                   ") can't be read, so its pages won't be scripted through that port."};
+  }
+  for (unsigned long inode : listeners) {
+    if (own->count(inode)) continue;
+    int32_t holder = holderOf(procRoot, inode);
+    std::string who = holder > 0 ? processName(procRoot, holder) + " (pid " + std::to_string(holder) + ")"
+                                 : "another program";
+    return Failure{"Port " + portText + ", where " + std::string(appName(app)) +
+                   "'s debugging server should be, is held by " + who + ", not by the browser (pid " +
+                   std::to_string(found.browserPid) + "), so its pages won't be scripted through it."};
+  }
+  return ok();
+}
+
 }  // namespace
 
 std::string noDebuggingPortText(BrowserApp app) {
@@ -250,7 +364,11 @@ Expected<DevToolsPort> findDevToolsPort(int32_t pid, BrowserApp app, const std::
   std::optional<std::string> portArgument = argumentValue(info->arguments, "--remote-debugging-port");
   if (portArgument) {
     std::optional<uint16_t> port = parsePort(*portArgument);
-    if (port && *port > 0) return DevToolsPort{current, *port, true};
+    if (port && *port > 0) {
+      DevToolsPort found{current, *port, true};
+      if (auto held = checkListener(procRoot, found, app, portArgument); !held) return Failure{held.error()};
+      return found;
+    }
   }
   // Port 0 (the browser chose one) or a debugging server switched on inside the browser:
   // the browser writes the port it listens on into its profile folder.
@@ -259,7 +377,11 @@ Expected<DevToolsPort> findDevToolsPort(int32_t pid, BrowserApp app, const std::
     std::string_view firstLine(*contents);
     firstLine = firstLine.substr(0, firstLine.find('\n'));
     std::optional<uint16_t> port = parsePort(firstLine);
-    if (port && *port > 0) return DevToolsPort{current, *port, false};
+    if (port && *port > 0) {
+      DevToolsPort found{current, *port, false};
+      if (auto held = checkListener(procRoot, found, app, portArgument); !held) return Failure{held.error()};
+      return found;
+    }
   }
   if (portArgument) {
     return Failure{std::string(appName(app)) + " was started with --remote-debugging-port=" + *portArgument +

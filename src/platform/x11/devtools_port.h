@@ -9,8 +9,18 @@
 // profile folder (--user-data-dir, else the browser's default folder under the
 // browser's XDG config home).
 //
+// A port number proves nothing by itself: DevToolsActivePort outlives the browser that
+// wrote it, and a flag names the port the browser was asked for, not who holds it now.
+// Whoever listens there would be handed the agent's scripts and would answer in the
+// browser's name. So a port is given out only when every socket that listens on it for
+// 127.0.0.1 (bound to 127.0.0.1, 0.0.0.0, :: or ::ffff:127.0.0.1, from
+// <procRoot>/net/tcp and tcp6) is an open file of the browser process itself (found in
+// <procRoot>/<pid>/fd). The check is made on every call, just before the connection;
+// what remains is the moment between the two.
+//
 // Failures are whole sentences for the user or the agent: the process isn't a browser,
-// the browser has no debugging port (with how to start it with one), the process is gone.
+// the browser has no debugging port (with how to start it with one), the process is
+// gone, another program holds the port (named when it can be found).
 // /proc is read below `procRoot` so that tests can give a folder of their own.
 #pragma once
 

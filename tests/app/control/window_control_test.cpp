@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <numeric>
+
 #include "platform/fake/fake_desktop.h"
 
 namespace zorvane {
@@ -213,6 +217,185 @@ TEST_F(WindowControlTest, InputGoesToTheWindowBroughtForward) {
   EXPECT_EQ(text("frobnicate"), "ERROR Unknown tool frobnicate");
 }
 
+// A desktop whose window manager answers activation as the test says: it may refuse,
+// ignore the request, or bring the window to the front only after a few looks.
+class StackingWindows final : public WindowService {
+ public:
+  std::vector<WindowInfo> list;  // front to back
+  bool accepts = true;
+  int looksBeforeFront = 0;  // after an accepted activation; -1: never comes to the front
+  std::vector<uint32_t> activated;
+  std::function<void(std::vector<WindowInfo>&)> onLook;  // the user changing the stacking
+
+  std::vector<WindowInfo> windows() override {
+    if (onLook) onLook(list);
+    if (pending && looksBeforeFront >= 0 && looks++ >= looksBeforeFront) {
+      // In front of its layer and the lower ones; higher layers stay in front of it.
+      auto it = std::find_if(list.begin(), list.end(), [&](const WindowInfo& w) { return w.windowID == *pending; });
+      if (it != list.end()) {
+        WindowInfo raised = *it;
+        list.erase(it);
+        auto below = [&](const WindowInfo& w) { return w.layer <= raised.layer; };
+        list.insert(std::find_if(list.begin(), list.end(), below), raised);
+      }
+      pending.reset();
+    }
+    return list;
+  }
+  std::optional<ApplicationInfo> application(int32_t) override { return std::nullopt; }
+  std::optional<WindowInfo> window(uint32_t id) override {
+    for (const WindowInfo& w : list)
+      if (w.windowID == id) return w;
+    return std::nullopt;
+  }
+  bool activate(uint32_t id) override {
+    activated.push_back(id);
+    if (accepts) pending = id, looks = 0;
+    return accepts;
+  }
+
+ private:
+  std::optional<uint32_t> pending;
+  int looks = 0;
+};
+
+// Window 7 (800x600 at 100,50) behind a terminal that covers the whole screen.
+class WindowInputTest : public WindowControlTest {
+ protected:
+  StackingWindows stack;
+  DesktopServices services{stack, desktop.accessibility, desktop.input, desktop.capture, desktop.browsers};
+  const WindowInfo terminal{9, 77, 0, 0, 1280, 800, 0, "Terminal", true};
+
+  void SetUp() override {
+    WindowControlTest::SetUp();
+    stack = StackingWindows{};
+    stack.list = {terminal, desktop.windows.windowList[0]};
+  }
+  std::string run(const std::string& tool, const JSONObject& args) {
+    try {
+      WindowControl control(7, "org.example.Notes", std::nullopt, services, [this](int us) { sleeps.push_back(us); });
+      auto result = control.call(tool, args, std::nullopt);
+      return std::get<MCPContent::Text>(result.at(0).value).text;
+    } catch (const MCPToolError& error) {
+      return "ERROR " + std::string(error.message());
+    }
+  }
+};
+
+// Keys are sent only once the window reads back as the front one; a refused or ignored
+// activation sends none, after a bounded wait.
+TEST_F(WindowInputTest, KeysWaitForTheWindowToBeActive) {
+  const std::vector<int> pollsFor1s(20, 50000);
+  std::vector<int> ignoredSleeps = {150000};
+  ignoredSleeps.insert(ignoredSleeps.end(), pollsFor1s.begin(), pollsFor1s.end());
+  struct Case {
+    const char* name;
+    bool accepts;
+    int looksBeforeFront;
+    std::string outcome;  // "" when the keys go through
+    std::vector<int> sleeps;
+  };
+  const Case cases[] = {
+      {"at once", true, 0, "", {150000}},
+      {"after two looks", true, 2, "", {150000, 50000, 50000}},
+      {"refused", false, 0,
+       "ERROR The desktop refused to activate the window, so no keys were sent. Ask the user to bring it forward, "
+       "then retry.",
+       {150000}},
+      {"ignored", true, -1,
+       "ERROR The window didn't become the active one (another window stayed in front of it), so no keys were sent. "
+       "Ask the user to bring it forward, then retry.",
+       ignoredSleeps},
+  };
+  for (const Case& test : cases) {
+    for (const char* tool : {"type_text", "press_key"}) {
+      SCOPED_TRACE(std::string(test.name) + " " + tool);
+      SetUp();
+      stack.accepts = test.accepts;
+      stack.looksBeforeFront = test.looksBeforeFront;
+      desktop.input.events.clear();
+      sleeps.clear();
+      std::string result = run(tool, {{"text", "secret"}, {"key", "return"}});
+      EXPECT_EQ(stack.activated, std::vector<uint32_t>{7});
+      // The wait for the window; pacing of the keys may follow.
+      EXPECT_EQ(std::vector<int>(sleeps.begin(), sleeps.begin() + std::min(sleeps.size(), test.sleeps.size())),
+                test.sleeps);
+      if (!test.outcome.empty()) {
+        EXPECT_EQ(sleeps.size(), test.sleeps.size());
+        EXPECT_EQ(result, test.outcome);
+        EXPECT_TRUE(desktop.input.events.empty()) << "keys went to whatever had the focus";
+      } else {
+        EXPECT_FALSE(result.starts_with("ERROR")) << result;
+        EXPECT_FALSE(desktop.input.events.empty());
+      }
+    }
+  }
+
+  // Typing stops when the window loses the keyboard part-way; the rest doesn't follow.
+  SetUp();
+  stack.onLook = [&](std::vector<WindowInfo>& list) {
+    if (!desktop.input.events.empty()) list = {terminal, desktop.windows.windowList[0]};
+  };
+  EXPECT_EQ(run("type_text", {{"text", std::string(20, 'a') + "\u00e9"}}),
+            "ERROR Typing stopped after 16 of 21 characters: the window is no longer the active one.");
+  EXPECT_EQ(desktop.input.events, std::vector<std::string>{"text " + std::string(16, 'a')});
+
+  // Windows of higher layers (a panel, a window kept above) stay in front of any active
+  // window and don't stand in the way.
+  SetUp();
+  stack.list = {{3, 5, 0, 0, 1280, 30, 20, "Panel", true}, desktop.windows.windowList[0], terminal};
+  EXPECT_EQ(run("press_key", {{"key", "tab"}}), "pressed tab");
+}
+
+// Points outside the frame or off the screen are refused before anything is raised; a
+// point another window keeps covering is refused after the wait, and the click happens
+// only where the window shows.
+TEST_F(WindowInputTest, ClicksAndScrollsStayInTheWindow) {
+  const char* outside = "lies outside the window, which is 800x600 points: x and y are window points, "
+                        "0 <= x < 800 and 0 <= y < 600. Nothing was ";
+  struct Case {
+    const char* tool;
+    JSONObject args;
+    std::string result;
+  };
+  const Case refusals[] = {
+      {"click", {{"x", 800}, {"y", 10}}, "ERROR Point 800,10 " + std::string(outside) + "clicked."},
+      {"click", {{"x", 10}, {"y", -1}}, "ERROR Point 10,-1 " + std::string(outside) + "clicked."},
+      {"click", {{"x", "1e12"}, {"y", 0}}, "ERROR Point 1000000000000,0 " + std::string(outside) + "clicked."},
+      {"scroll", {{"y", 600}, {"dy", 10}}, "ERROR Point 400,600 " + std::string(outside) + "scrolled."},
+      {"scroll", {{"x", -0.5}}, "ERROR Point -0.5,300 " + std::string(outside) + "scrolled."},
+      {"scroll", {{"dy", 10}},
+       "ERROR Another window covers this one at point 400,300, so nothing was scrolled. Click into this window to "
+       "bring it forward, or pick a point it doesn't cover."},
+  };
+  for (const Case& test : refusals) {
+    SCOPED_TRACE(test.result);
+    EXPECT_EQ(run(test.tool, test.args), test.result);
+  }
+  EXPECT_TRUE(stack.activated.empty()) << "nothing is raised for a refused point";
+  EXPECT_TRUE(desktop.input.events.empty());
+
+  // A window off the left edge: its left part can't be reached.
+  stack.list[1].x = -50;
+  EXPECT_EQ(run("click", {{"x", 10}, {"y", 10}}),
+            "ERROR Point 10,10 of the window lies off the screen. Nothing was clicked. Ask the user to move the window "
+            "fully onto the screen.");
+  stack.list[1].x = 100;
+
+  // A window kept above covers the window's top left corner, even once it is in front.
+  stack.list = {{8, 78, 100, 50, 200, 100, 3, "Sticky note", true}, terminal, desktop.windows.windowList[0]};
+  sleeps.clear();
+  EXPECT_EQ(run("click", {{"x", 20}, {"y", 20}}),
+            "ERROR Another window stays in front of this one at point 20,20, so nothing was clicked. Pick a point it "
+            "doesn't cover, or ask the user to move it away.");
+  EXPECT_EQ(std::accumulate(sleeps.begin(), sleeps.end(), 0), 150000 + 1000000) << "a bounded wait";
+  EXPECT_TRUE(desktop.input.events.empty());
+  EXPECT_EQ(run("click", {{"x", 300}, {"y", 20}}), "clicked at 400,70 (screen)");
+  EXPECT_EQ(run("scroll", {{"x", 300}, {"y", 20}, {"dy", 5}}), "scrolled");
+  EXPECT_EQ(desktop.input.events, (std::vector<std::string>{"move 400,70", "left down 400,70 #1", "left up 400,70 #1",
+                                                            "move 400,70", "scroll -5,0"}));
+}
+
 TEST_F(WindowControlTest, BrowserTools) {
   EXPECT_EQ(text("browser_eval", {{"js", "1+1"}}), "ERROR Not a browser window.");
   desktop.browsers.frontTabAnswer = "http://127.0.0.1/\nPage";
@@ -237,6 +420,18 @@ TEST_F(WindowControlTest, BrowserTools) {
   desktop.browsers.navigateFailure = "net::ERR_NAME_NOT_RESOLVED";
   EXPECT_EQ(text("browser_navigate", {{"url", "http://x/"}}, BrowserApp::chromium),
             "ERROR Navigate failed: net::ERR_NAME_NOT_RESOLVED");
+
+  // The scripting side is told which window to act in, and can read it again while the
+  // browser retitles it.
+  BrowserWindow asked = desktop.browsers.windows.back();
+  EXPECT_EQ(asked.windowID, 7u);
+  EXPECT_EQ(asked.frame, (Rect{100, 50, 800, 600}));
+  EXPECT_EQ(asked.title, "Notes");
+  desktop.windows.windowList[0].title = "Notes - edited";
+  ASSERT_TRUE(asked.reread && asked.reread(asked));
+  EXPECT_EQ(asked.title, "Notes - edited");
+  desktop.windows.windowList.clear();
+  EXPECT_FALSE(asked.reread(asked)) << "a closed window can't be read again";
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <regex>
+
 #include "core/base/json_value.h"
 #include "support/run_zorvane.h"
 #include "support/test_support.h"
@@ -105,6 +107,34 @@ TEST(Selftest, RenamesTheFileThroughTheToolServerWithEachAgent) {
     EXPECT_NE(::stat(folder.file("a.txt").c_str(), &info), 0) << "a.txt is still there";
     EXPECT_EQ(testing::readAll(folder.file("b.txt")), "hello");
   }
+}
+
+// The run's scope, MCP configuration and socket live in a fresh private folder, not one
+// whose name another local user could guess and make first: a folder planted under the
+// old fixed name, with a scope that turns the gate off, is left alone, the gate still
+// asks, and the run's own folder is gone when it ends.
+TEST(Selftest, KeepsItsSessionInAFreshPrivateFolder) {
+  testing::TempDir home, folder;
+  folder.write("a.txt", "hello");
+  const std::string planted = home.file("zorvane-selftest-codex");
+  const std::string plantedScope = R"({"entries":[],"gate":false})";
+  home.write("zorvane-selftest-codex/scope.json", plantedScope);
+  ::chmod(planted.c_str(), 0777);
+  ProcessRun run = runZorvane({"--selftest", folder.path(), "--agent", "codex"}, kFixtureBin + ":/usr/bin:/bin",
+                              home.path(), {{"STANDIN_LOG_DIR", home.file("log")}});
+  EXPECT_EQ(run.code, 0) << run.out << run.err;
+  EXPECT_NE(run.out.find("\ngate: approve mcp__zorvane__run_command "), std::string::npos) << run.out;
+  EXPECT_EQ(testing::readAll(planted + "/scope.json"), plantedScope);
+
+  std::string start = testing::readAll(home.file("log/codex-start-1.json"));
+  std::smatch found;
+  ASSERT_TRUE(std::regex_search(start, found, std::regex(home.path() + "/zorvane-selftest-[A-Za-z0-9]{6}")))
+      << start;
+  const std::string session = found.str();
+  EXPECT_NE(start.find(session + "/scope.json"), std::string::npos) << start;
+  EXPECT_EQ((*parseJSON(start))["env"]["ZORVANE_IPC_SOCK"], session + "/ipc.sock");
+  struct stat info {};
+  EXPECT_NE(::lstat(session.c_str(), &info), 0) << "the run's own folder is removed at its end";
 }
 
 // Every way a selftest can't start gives one clear line and a non-zero exit.

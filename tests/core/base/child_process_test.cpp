@@ -118,5 +118,46 @@ TEST(ChildProcess, TerminatesAndReaps) {
   loop.runUntilIdle();
 }
 
+// A child leading its own group is stopped with the whole group: SIGTERM first, SIGKILL
+// after the grace for what ignores it, and a job in the background dies with the child
+// even when only the job ignores SIGTERM.
+// A child that ends by itself leaves its background jobs alone (an application it opened
+// stays open).
+TEST(ChildProcess, StopsItsWholeProcessGroup) {
+  struct Case {
+    std::string script;  // prints its group id first
+    bool stop;
+    std::optional<int> exitCode;
+    bool groupLivesOn;
+  };
+  const std::vector<Case> cases = {
+      {"sleep 1000 & echo $$; sleep 1000", true, 128 + SIGTERM, false},
+      {"trap '' TERM; sleep 1000 & echo $$; sleep 1000", true, 128 + SIGKILL, false},
+      {"(trap '' TERM; sleep 1000) & echo $$; sleep 1000", true, 128 + SIGTERM, false},
+      {"sleep 1000 & echo $$", false, 0, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.script);
+    RunLoop loop;
+    Collected got;
+    ChildProcess::Options options{"/bin/sh", {"-c", c.script}};
+    options.ownProcessGroup = true;
+    auto child = spawnCollecting(loop, options, got);
+    ASSERT_TRUE(child->start());
+    ASSERT_TRUE(loop.runUntil([&] { return got.out.find('\n') != std::string::npos; }, 20));
+    int group = std::stoi(got.out);
+    EXPECT_EQ(group, child->pid());
+    if (c.stop) child->stop(0.3);
+    ASSERT_TRUE(loop.runUntil([&] { return got.exitCode.has_value(); }, 20));
+    EXPECT_EQ(got.exitCode, c.exitCode);
+    if (c.groupLivesOn) {
+      EXPECT_TRUE(testing::processGroupAlive(group));
+      ::kill(-group, SIGKILL);
+      continue;
+    }
+    EXPECT_TRUE(loop.runUntil([&] { return !testing::processGroupAlive(group); }, 10));
+  }
+}
+
 }  // namespace
 }  // namespace zorvane

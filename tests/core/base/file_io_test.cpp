@@ -8,6 +8,8 @@
 
 #include <filesystem>
 
+#include "core/base/paths.h"
+#include "core/base/store_file.h"
 #include "support/test_support.h"
 
 namespace zorvane {
@@ -84,6 +86,53 @@ TEST(FileIO, FailedWriteLeavesOldFileWholeAndNoTemporaryFile) {
   EXPECT_EQ(writeFileAtomically("", "x").error(), "write: the path is empty");
   EXPECT_EQ(readAll(old), "{\"old\": true}\n");
   EXPECT_EQ(testing::folderEntries(dir.file("data")), before);
+}
+
+// What Zorvane keeps in its own folders (scopes, MCP configurations, stores) is the
+// user's alone, whatever mode a caller asks for and whatever the umask: folders 0700,
+// files 0600, existing folders of ours tightened, a folder of another user refused.
+// Elsewhere the caller's mode holds, and the default is private too.
+TEST(FileIO, OwnFoldersArePrivate) {
+  testing::TempHome home;
+  struct Umask {
+    mode_t old = umask(0);
+    ~Umask() { umask(old); }
+  } mask;
+  const std::string data = Paths::dataDirectory(), state = Paths::stateDirectory();
+  ASSERT_TRUE(createDirectories(data + "/sessions/P", 0755));
+  ASSERT_EQ(mkdir(state.substr(0, state.rfind('/')).c_str(), 0755), 0);
+  ASSERT_EQ(mkdir(state.c_str(), 0777), 0);  // made loosely before
+  ASSERT_TRUE(createDirectories(state + "/logs", 0755));
+  ASSERT_TRUE(writeFileAtomically(data + "/sessions/P/mcp.json", "{}", 0644));
+  // A scope left readable by others (by an older version) loses that when replaced.
+  ASSERT_TRUE(writeFileAtomically(home.path() + "/old.json", "{}", 0644));
+  ASSERT_EQ(rename((home.path() + "/old.json").c_str(), (data + "/sessions/P/scope.json").c_str()), 0);
+  ASSERT_TRUE(writeFileAtomically(data + "/sessions/P/scope.json", "{\"entries\":[]}", 0644));
+  ASSERT_TRUE(StoreFile::save(data + "/stores/sessions.json", "[]"));
+  ASSERT_TRUE(writeFileAtomically(home.path() + "/work/notes.txt", "x", 0644));
+  ASSERT_TRUE(writeFileAtomically(home.path() + "/plain.txt", "x"));
+  ASSERT_TRUE(createDirectories(home.path() + "/open", 0755));
+
+  const std::vector<std::pair<std::string, unsigned>> modes = {
+      {data, 0700}, {data + "/sessions", 0700}, {data + "/sessions/P", 0700},
+      {data + "/sessions/P/mcp.json", 0600}, {data + "/sessions/P/scope.json", 0600} /* replaced: tightened */,
+      {data + "/stores", 0700}, {data + "/stores/sessions.json", 0600},
+      {state, 0700} /* existed loosely */, {state + "/logs", 0700},
+      {home.path() + "/.local/share", 0755} /* above the own folder: as asked */,
+      {home.path() + "/work", 0700}, {home.path() + "/work/notes.txt", 0644}, {home.path() + "/plain.txt", 0600},
+      {home.path() + "/open", 0755},
+  };
+  for (const auto& [path, mode] : modes) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(modeOf(path), mode);
+  }
+  if (geteuid() == 0) {  // only root can give a folder away
+    std::string theirs = data + "/theirs";
+    ASSERT_EQ(mkdir(theirs.c_str(), 0777), 0);
+    ASSERT_EQ(chown(theirs.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(createDirectories(theirs + "/x").error(), "create folder " + theirs + ": it belongs to another user");
+    EXPECT_FALSE(std::filesystem::exists(theirs + "/x"));
+  }
 }
 
 }  // namespace zorvane

@@ -1,6 +1,7 @@
 #include "core/base/log.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <regex>
 #include <sstream>
@@ -75,6 +76,25 @@ TEST(Log, SetFileRedirectsOnlyLaterLines) {
   EXPECT_EQ(testing::readAll(blocker), "");
   EXPECT_EQ(linesOf(dir.file("two.log")), std::vector<std::string>{" to two second  third"});
   EXPECT_EQ(linesOf(Paths::logFile()), std::vector<std::string>{" to default"});
+}
+
+// The log is the user's alone: made 0600 in a folder made 0700, and a log file left
+// readable by others is tightened at the next line.
+TEST(Log, TheFileIsPrivate) {
+  TempDir dir;
+  std::string made = dir.file("state/made.log"), loose = dir.write("loose.log", "");
+  ASSERT_EQ(chmod(loose.c_str(), 0644), 0);
+  for (const std::string& path : {made, loose}) {
+    ScopedLogFile logTo(path);
+    Log::info("a line");
+  }
+  Log::flush();
+  struct stat info {};
+  for (const std::string& path : {made, loose, dir.file("state")}) {
+    SCOPED_TRACE(path);
+    ASSERT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, S_ISDIR(info.st_mode) ? 0700u : 0600u);
+  }
 }
 
 }  // namespace zorvane

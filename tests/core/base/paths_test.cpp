@@ -38,6 +38,26 @@ TEST(Paths, FollowsAbsoluteXDGFoldersAndIgnoresOthers) {
   EXPECT_EQ(Paths::temporaryDirectory(), "/tmp");
 }
 
+// A path is in an own folder when it is the folder or below it, written with any number
+// of slashes; a sibling whose name merely begins the same is not.
+TEST(Paths, FindsTheOwnFolderHoldingAPath) {
+  testing::TempHome home;
+  ScopedEnv state("XDG_STATE_HOME", "/x/state");
+  const std::string data = home.path() + "/.local/share/zorvane";
+  for (auto [path, own] : std::initializer_list<std::pair<std::string, std::string>>{
+           {data, data},
+           {data + "/sessions/P/scope.json", data},
+           {home.path() + "/.local/share//zorvane///ipc.sock", data},
+           {"/x/state/zorvane/", "/x/state/zorvane"},
+           {home.path() + "/.config/zorvane/settings.json", home.path() + "/.config/zorvane"},
+           {data + "-old/scope.json", ""},
+           {home.path() + "/.local/share", ""},
+       }) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(Paths::ownDirectoryHolding(path), own);
+  }
+}
+
 // The shell is $SHELL only when it is an absolute path to an executable file.
 TEST(Paths, UserShellNeedsAnExecutableFile) {
   testing::TempDir dir;

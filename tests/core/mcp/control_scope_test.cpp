@@ -1,6 +1,7 @@
 #include "core/mcp/control_scope.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "support/test_support.h"
 
@@ -31,9 +32,9 @@ TEST(ControlScope, MakesEntriesFromTargets) {
   EXPECT_TRUE(ControlScope({Target::file(URL::fileURL("/tmp/a.txt"))}, std::nullopt).entries.empty());
 }
 
-// The file keeps its key order, leaves absent fields out, and reads back equal; a
-// missing, corrupt or entry-less file is an empty scope; unknown keys are ignored.
-TEST(ControlScope, SavesAndLoadsTheFile) {
+// The file keeps its key order, leaves absent fields out, is the user's alone (0600) and
+// reads back equal; unknown keys are ignored.
+TEST(ControlScope, SavesAndReadsTheFile) {
   testing::TempDir dir;
   ControlScope scope = threeWindows();
   scope.pieceID = UUID::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
@@ -46,15 +47,43 @@ TEST(ControlScope, SavesAndLoadsTheFile) {
       << text;
   EXPECT_TRUE(text.ends_with(R"(],"pieceID":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","gate":true,"workDir":"/home/u/work"})")) << text;
   EXPECT_EQ(text.find("allWindows"), std::string::npos);
-  EXPECT_EQ(ControlScope::load(path), scope);
+  EXPECT_EQ(ControlScope::read(path).value(), scope);
+  struct stat info {};
+  ASSERT_EQ(::stat(path.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600u);
+  auto extra = ControlScope::read(dir.write("extra.json", R"({"entries":[],"allWindows":true,"future":{"x":1}})"));
+  EXPECT_EQ(extra.value().allWindows, true);
+}
 
-  EXPECT_EQ(ControlScope::load(dir.file("missing.json")), ControlScope());
-  EXPECT_EQ(ControlScope::load(dir.write("corrupt.json", "{\"entries\":[")), ControlScope());
-  EXPECT_EQ(ControlScope::load(dir.write("noentries.json", R"({"pieceID":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","gate":true})")),
-            ControlScope());
-  auto extra = ControlScope::load(dir.write("extra.json", R"({"entries":[],"allWindows":true,"future":{"x":1}})"));
-  EXPECT_EQ(extra.allWindows, true);
-  EXPECT_EQ(ControlScope::load(dir.write("badflag.json", R"({"entries":[],"gate":"yes"})")), ControlScope());
+// A file that can't be read or decoded is no scope at all, and says why: the tool server
+// must not take it for one that asks nothing. `load` still reads it as an empty scope.
+TEST(ControlScope, ReadFailsOnEveryBrokenFile) {
+  testing::TempDir dir;
+  ::mkdir(dir.file("folder.json").c_str(), 0700);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "No such file or directory"},
+      {"<folder>", "Is a directory"},
+      {"{\"entries\":[", "not valid JSON"},
+      {"{\"entries\":[]} trailing", "not valid JSON"},
+      {"[]", "expected an object"},
+      {R"({"pieceID":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","gate":true})", "entries: expected an array"},
+      {R"({"entries":[],"gate":"true"})", "gate: expected true or false"},
+      {R"({"entries":[],"allWindows":1})", "allWindows: expected true or false"},
+      {R"({"entries":[],"pieceID":"me"})", "pieceID: expected a UUID"},
+      {R"({"entries":[],"workDir":null})", "workDir: expected text"},
+      {R"({"entries":[{"name":"a","kind":"b","bundleID":"c","windowID":-1}]})", "entry: windowID must be a window number"},
+  };
+  for (size_t i = 0; i < cases.size(); ++i) {
+    const auto& [content, reason] = cases[i];
+    SCOPED_TRACE(content);
+    std::string path = content == "<folder>" ? dir.file("folder.json")
+                       : content.empty()     ? dir.file("missing.json")
+                                             : dir.write("scope-" + std::to_string(i) + ".json", content);
+    auto scope = ControlScope::read(path);
+    ASSERT_FALSE(scope);
+    EXPECT_EQ(scope.error(), "scope file " + path + ": " + reason);
+    EXPECT_EQ(ControlScope::load(path), ControlScope());
+  }
 }
 
 // The window a tool's target argument names: by default, index, or name/bundle text.

@@ -102,9 +102,10 @@ TEST(MCPServer, CallsToolsAndReportsFailures) {
   EXPECT_EQ(calls.size(), 3u) << "the deep call never reached a tool";
 }
 
-// Over a real pipe: empty lines are skipped, CRLF is accepted, a huge line is refused
-// without being held whole, a last line without a line feed is served, and the loop
-// ends only at end of input.
+// Over a real pipe: empty lines are skipped, CRLF is accepted, a line past the cap is
+// refused without being held whole (under its id when that stands first or last, where
+// clients write it), a last line without a line feed is served, and the loop ends only
+// at end of input.
 TEST(MCPServer, ServesALineStreamToItsEnd) {
   MCPServer server = makeServer();
   int in[2], out[2];
@@ -114,10 +115,27 @@ TEST(MCPServer, ServesALineStreamToItsEnd) {
     server.serve(in[0], out[1], 1 << 16);
     close(out[1]);
   });
+  const std::string filler(200000, 'x');
+  struct Case {
+    std::string line;
+    JSONValue id;  // of the reply
+    int code;      // 0: a result
+  };
+  const std::vector<Case> cases = {
+      {"", nullptr, -1},  // no reply
+      {R"({"id":1,"method":"ping"})" "\r", 1, 0},
+      {R"({"jsonrpc":"2.0","id":7,"method":"tools/call","params":{"x":")" + filler + "\"}}", 7, -32600},
+      {R"({"method":"tools/call","params":{"x":")" + filler + R"("},"jsonrpc":"2.0","id":"s-8"})", "s-8", -32600},
+      {R"({"params":{"id":5,"x":")" + filler + R"("},"method":"m"})", nullptr, -32600},
+      {R"({"method":"m","x":")" + filler + R"(,\"id\":9"})", nullptr, -32600},
+      {filler, nullptr, -32600},
+      {R"({"id":2,"method":"tools/call","params":{"name":"list_targets"}})", 2, 0},
+      {"\x01\x02\xff", nullptr, -32700},
+  };
   std::thread writing([&] {
-    std::string input = "\n{\"id\":1,\"method\":\"ping\"}\r\n" + std::string(200000, 'x') + "\n" +
-                        "{\"id\":2,\"method\":\"tools/call\",\"params\":{\"name\":\"list_targets\"}}\n"
-                        "\x01\x02\xff\n{\"id\":3,\"method\":\"ping\"}";
+    std::string input;
+    for (const Case& c : cases) input += c.line + "\n";
+    input += R"({"id":3,"method":"ping"})";  // no line feed
     for (size_t at = 0; at < input.size();) {
       ssize_t n = write(in[1], input.data() + at, std::min<size_t>(4096, input.size() - at));
       if (n <= 0) break;
@@ -137,12 +155,22 @@ TEST(MCPServer, ServesALineStreamToItsEnd) {
   for (size_t start = 0, nl; (nl = output.find('\n', start)) != std::string::npos; start = nl + 1) {
     replies.push_back(*parseJSON(output.substr(start, nl - start)));
   }
-  ASSERT_EQ(replies.size(), 5u) << output;
-  EXPECT_EQ(replies[0]["id"], 1);
-  EXPECT_EQ(replies[1]["error"]["code"], -32700) << "the oversized line";
-  EXPECT_EQ(replies[2]["result"]["content"][0]["text"], "ran list_targets");
-  EXPECT_EQ(replies[3]["error"]["code"], -32700) << "binary bytes";
-  EXPECT_EQ(replies[4]["id"], 3) << "the unterminated last line";
+  ASSERT_EQ(replies.size(), cases.size()) << output;
+  for (size_t i = 1; i < cases.size(); ++i) {
+    SCOPED_TRACE(cases[i].line.substr(0, 60));
+    const JSONValue& reply = replies[i - 1];
+    EXPECT_EQ(reply["id"], cases[i].id);
+    if (cases[i].code == 0) {
+      EXPECT_TRUE(reply.contains("result")) << reply;
+    } else {
+      EXPECT_EQ(reply["error"]["code"], cases[i].code);
+    }
+    if (cases[i].code == -32600) {
+      EXPECT_EQ(reply["error"]["message"],
+                "Request too large: a request may be at most 65536 bytes. Write a large file in parts.");
+    }
+  }
+  EXPECT_EQ(replies.back()["id"], 3) << "the unterminated last line";
 }
 
 }  // namespace
