@@ -205,14 +205,9 @@ void PieceController::buildViews() {
 }
 
 GooScene PieceController::handleScene(double t) const {
-  GooScene scene;
+  GooScene scene = Ink::glossyScene(4);
   double half = kHandleSize / 2;
   scene.blobs.push_back({{half, half}, 9.0 * Shapes::moodParams(state_.mood, t).throb});
-  scene.blend = 4;
-  scene.shadow = true;
-  scene.gloss = true;
-  scene.voidColor = Ink::Surface::voidColor;
-  scene.sheen = 0.05f;
   return scene;
 }
 

@@ -39,12 +39,7 @@ Point PossessionLook::knot() const {
 }
 
 GooScene PossessionLook::scene(double t) const {
-  GooScene scene;
-  scene.blend = 6;
-  scene.shadow = true;
-  scene.gloss = true;
-  scene.voidColor = Ink::Surface::voidColor;
-  scene.sheen = 0.05f;
+  GooScene scene = Ink::glossyScene(6);
   Rect c = cover();
   if (c.isEmpty()) return scene;
 

@@ -642,7 +642,7 @@ void AppDelegate::keepAwakeTick() {
 // --- Drawing the links ---
 
 GooScene AppDelegate::tentacleScene(double t) const {
-  GooScene scene;
+  GooScene scene = Ink::glossyScene(6);
   for (const auto& [id, piece] : pieces_) {
     auto strands = piece->tentacleCapsules(t);
     scene.capsules.insert(scene.capsules.end(), strands.begin(), strands.end());
@@ -653,11 +653,6 @@ GooScene AppDelegate::tentacleScene(double t) const {
     capsule.a = capsule.a - tentacleScreen_.origin();
     capsule.b = capsule.b - tentacleScreen_.origin();
   }
-  scene.blend = 6;
-  scene.shadow = true;
-  scene.gloss = true;
-  scene.voidColor = Ink::Surface::voidColor;
-  scene.sheen = 0.05f;
   return scene;
 }
 

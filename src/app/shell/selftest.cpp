@@ -41,32 +41,20 @@ void exitProcess(int code) {
   _exit(code);
 }
 
-static bool connectsToUnixSocket(const std::string& path) {
-  sockaddr_un address{};
-  if (path.size() >= sizeof address.sun_path) return false;
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, path.size());
-  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  ::close(fd);
-  return connected;
-}
-
 // Whether an X display is reachable: the screen can be looked at.
 static bool screenReachable() {
   const char* display = getenv("DISPLAY");
   if (display == nullptr || display[0] != ':') return false;
   std::string number(display + 1);
   number = number.substr(0, number.find('.'));
-  return connectsToUnixSocket("/tmp/.X11-unix/X" + number);
+  return unixSocketAccepts("/tmp/.X11-unix/X" + number);
 }
 
 // Whether the accessibility bus of the session is up.
 static bool accessibilityReachable() {
   const char* runtime = getenv("XDG_RUNTIME_DIR");
   if (runtime == nullptr) return false;
-  return connectsToUnixSocket(std::string(runtime) + "/at-spi/bus");
+  return unixSocketAccepts(std::string(runtime) + "/at-spi/bus");
 }
 
 static const char* boolText(bool value) { return value ? "true" : "false"; }

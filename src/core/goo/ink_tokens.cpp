@@ -35,3 +35,17 @@ double slowMotion() { return factor.load(std::memory_order_relaxed); }
 void setSlowMotion(double value) { factor.store(usable(value), std::memory_order_relaxed); }
 
 }  // namespace zorvane::Ink::Timing
+
+namespace zorvane::Ink {
+
+GooScene glossyScene(double blend) {
+  GooScene scene;
+  scene.blend = blend;
+  scene.shadow = true;
+  scene.gloss = true;
+  scene.voidColor = Surface::voidColor;
+  scene.sheen = 0.05f;
+  return scene;
+}
+
+}  // namespace zorvane::Ink

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "core/ink/goo_scene.h"
+
 namespace zorvane::Ink {
 
 namespace Surface {
@@ -26,5 +28,9 @@ double parseSlowMotion(const std::vector<std::string>& arguments);
 double slowMotion();
 void setSlowMotion(double factor);
 }  // namespace Timing
+
+// An empty scene in the goo's own look: dark body, soft shadow, gloss and a faint sheen,
+// with shapes melting together over `blend` points.
+GooScene glossyScene(double blend);
 
 }  // namespace zorvane::Ink

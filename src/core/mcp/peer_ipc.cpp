@@ -137,6 +137,18 @@ std::string readPeerMessage(int fd, size_t limit) {
   return buffer;
 }
 
+bool unixSocketAccepts(const std::string& path) {
+  sockaddr_un address{};
+  if (path.size() >= sizeof address.sun_path) return false;
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, path.size());
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return false;
+  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  ::close(fd);
+  return connected;
+}
+
 void writePeerMessage(int fd, std::string_view bytes) {
   // MSG_NOSIGNAL: a client that went away must not end this process with SIGPIPE.
   while (!bytes.empty()) {

@@ -93,6 +93,9 @@ inline constexpr size_t kPeerReplyLimit = 16 << 20;
 // ends.
 std::string readPeerMessage(int fd, size_t limit);
 
+// Whether a connection to the Unix-domain stream socket at `path` is accepted now.
+bool unixSocketAccepts(const std::string& path);
+
 // Writes one message in a single write, ignoring the result; never raises SIGPIPE.
 void writePeerMessage(int fd, std::string_view bytes);
 

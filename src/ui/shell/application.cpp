@@ -29,27 +29,13 @@
 
 namespace zorvane {
 
-// Whether another instance already answers on the peer socket.
-static bool anotherInstanceAnswers(const std::string& socketPath) {
-  sockaddr_un address{};
-  std::string path = PeerIPC::addressPath(socketPath);
-  if (path.size() >= sizeof address.sun_path) return false;
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, path.size());
-  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return false;
-  bool connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-  ::close(fd);
-  return connected;
-}
-
 void runApplication(const CommandLine& commandLine) {
   const char* display = getenv("DISPLAY");
   if (display == nullptr || display[0] == '\0') {
     fprintf(stderr, "zorvane: no X display to show Zorvane on (DISPLAY is not set); start it from an X11 session\n");
     exitProcess(1);
   }
-  if (anotherInstanceAnswers(PeerIPC::socketPath())) {
+  if (unixSocketAccepts(PeerIPC::addressPath(PeerIPC::socketPath()))) {
     printf("Zorvane is already running.\n");
     exitProcess(0);
   }
