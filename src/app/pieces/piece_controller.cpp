@@ -766,6 +766,7 @@ void PieceController::askAs(const std::string& text, const std::optional<std::st
 
 void PieceController::handle(const AgentEvent& event) {
   if (retired_) return;
+  if (onSessionEvent) onSessionEvent(event);
   if (const auto* stream = event.as<AgentEvent::Stream>()) {
     if (stream->event.as<StreamEvent::Text>()) {
       if (state_.busy) state_.status = "Thinking";

@@ -119,6 +119,9 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   std::function<void(PieceController&)> onVoiceStart;
   std::function<void()> onVoiceEnd;
   std::function<std::vector<InstalledAgent>()> availableAgents;
+  // Sees every event of the session before the piece handles it (the self-test prints
+  // them).
+  std::function<void(const AgentEvent&)> onSessionEvent;
 
   // Read the next answer aloud.
   bool speakNextReply = false;

@@ -12,6 +12,11 @@
 #include <filesystem>
 
 #include "app/peers/peer_server.h"
+#include "platform/process_ancestry.h"
+#include "platform/headless_surfaces.h"
+#include "platform/desktop.h"
+#include "app/pieces/piece_controller.h"
+#include "app/peers/peer_router.h"
 #include "app/shell/say.h"
 #include "app/shell/agents.h"
 #include "core/agent/action_policy.h"
@@ -115,46 +120,51 @@ void runSelftest(const CommandLine& commandLine) {
     endSelftest(1);
   }
   setenv("ZORVANE_IPC_SOCK", socketPath.c_str(), 1);
+
+  // One piece on the target, as the application makes it, on nothing but this run's
+  // folder: its scope, tool configuration and stores live there, nothing is drawn.
+  const Target& target = plan->target;
+  static SystemClock clock;
+  static HeadlessSurfaces surfaces;
+  static std::unique_ptr<Desktop> desktop = Desktop::headless();
+  static Registry registry;
+  static SessionStore store(sessionFolder + "/sessions.json");
+  static std::shared_ptr<ActivityLog> activity = ActivityLog::make(sessionFolder + "/activity.json", loop);
+  static SkillIndex skills(SkillIndex::defaultURL());
+  static PieceServices services{loop,       clock,    surfaces, desktop->services(), registry,
+                                store,      *activity, skills,  AgentFactory::makerOn(loop),
+                                sessionFolder, sessionFolder + "/audit.log", Paths::executablePath(),
+                                static_cast<int32_t>(getpid()), nullptr, {sessionFolder}};
+  static PeerRouter::Pieces pieces;
+  static PeerRouter router(pieces, *activity, clock, [](const PeerRequest& request) {
+    auto piece = pieces.find(request.from);
+    if (piece == pieces.end() || !request.senderPID || !piece->second->session()) return false;
+    auto root = piece->second->session()->processID();
+    return root && isProcessDescendant(*request.senderPID, *root);
+  });
   static PeerServer peers(
       [say](const PeerRequest& request, const PeerServer::Completion& done) {
         say({"gate:", PeerRequest::rawValue(request.op), request.to.value_or(""),
              utf8Prefix(request.message.value_or(""), 120)});
-        bool approval = request.op == PeerRequest::Op::approve;
-        done({true, approval ? "allowed" : "selftest"});
+        router.route(request, done);
       },
       loop);
   (void)peers.start();  // a failure is logged; gated tools then report the app unreachable
 
-  const Target& target = plan->target;
   say({"target:", target.targetKey(), "agent:", agentID, "AX:", boolText(accessibilityReachable()),
        "screen:", boolText(screenReachable())});
 
-  std::string workingDirectory = target.workingDirectory().path();
-  (void)createDirectories(workingDirectory);  // the scratch folder of window targets
-  std::string systemPrompt = SessionLaunch::systemPrompt(target, {});
-
-  std::string scopePath = sessionFolder + "/scope.json";
-  ControlScope scope({target}, UUID());
-  scope.gate = agent->kind.id != AgentKind::claude().id;
-  scope.workDir = workingDirectory;
-  scope.save(scopePath);  // a failure leaves no scope: the tool server then changes nothing
-
-  AgentFactory::Request request{*agent,
-                                UUID(),
-                                false,
-                                std::nullopt,
-                                workingDirectory,
-                                sessionFolder,
-                                scopePath,
-                                *scope.gate ? systemPrompt + "\n" + AgentLaunch::gatedNote : systemPrompt,
-                                Paths::executablePath()};
-  auto made = AgentFactory::make(request, loop);
-  if (!made) {
-    say({"start failed:", made.error()});
+  (void)createDirectories(target.workingDirectory().path());  // the scratch folder of window targets
+  auto entry = registry.bond(target).entry;
+  static std::shared_ptr<PieceController> piece = PieceController::make(
+      services, entry, std::nullopt, Resolved{target, std::make_shared<HiddenAnchor>(Rect{})}, {0, 0}, *agent, false,
+      true);
+  pieces[piece->pieceID()] = piece;
+  if (piece->state().error) {
+    say({"start failed:", *piece->state().error});
     endSelftest(1);
   }
-  static std::shared_ptr<AgentTransport> session = std::move(*made);
-  session->onEvent = [say, target](const AgentEvent& event) {
+  piece->onSessionEvent = [say, target](const AgentEvent& event) {
     if (auto stream = event.as<AgentEvent::Stream>()) {
       if (auto toolUse = stream->event.as<StreamEvent::ToolUse>()) {
         say({"tool:", toolUse->name});
@@ -162,22 +172,20 @@ void runSelftest(const CommandLine& commandLine) {
         say({"  tool error"});
       }
     } else if (auto permission = event.as<AgentEvent::Permission>()) {
-      // The line shows what the policy would decide; the selftest allows every request.
       Decision decision = ActionPolicy{{target}}.decide(permission->request.toolName, permission->request.input);
       say({"permission:", permission->request.toolName, decision.description()});
-      session->respond(permission->request, true);
     } else if (auto finished = event.as<AgentEvent::Finished>()) {
       say({"outcome:", finished->outcome.description()});
-      session->terminate();
+      piece->retire(false);
       endSelftest(0);
     }
   };
-
-  if (auto started = session->start(); !started) {
-    say({"start failed:", started.error()});
-    endSelftest(1);
-  }
-  session->send(plan->prompt);
+  // The self-test says yes to every approval the piece puts to the user.
+  piece->mutableState().onChange = [] {
+    if (!piece->state().pending) return;
+    MainQueue::main().post([] { piece->decide(true); });
+  };
+  piece->ask(plan->prompt);
   loop.after(kSelftestTimeoutSeconds, [say] {
     say({"timeout"});
     endSelftest(2);

@@ -131,7 +131,7 @@ TEST(Selftest, KeepsItsSessionInAFreshPrivateFolder) {
   ASSERT_TRUE(std::regex_search(start, found, std::regex(home.path() + "/zorvane-selftest-[A-Za-z0-9]{6}")))
       << start;
   const std::string session = found.str();
-  EXPECT_NE(start.find(session + "/scope.json"), std::string::npos) << start;
+  EXPECT_TRUE(std::regex_search(start, std::regex(session + "/[0-9A-F-]{36}/scope.json"))) << start;
   EXPECT_EQ((*parseJSON(start))["env"]["ZORVANE_IPC_SOCK"], session + "/ipc.sock");
   struct stat info {};
   EXPECT_NE(::lstat(session.c_str(), &info), 0) << "the run's own folder is removed at its end";
@@ -153,7 +153,8 @@ TEST(Selftest, RefusesWhatItCantRun) {
       {{"--selftest"}, kFixtureBin, "selftest: nothing to work on"},
       {{"--selftest", folder.path()}, emptyBin.path(), "agent not found: claude"},
       {{"--selftest", folder.path(), "--agent", "nosuchagent"}, kFixtureBin, "agent not found: nosuchagent"},
-      {{"--selftest", folder.path()}, brokenBin.path(), "start failed: Couldn't start " + brokenBin.file("claude")},
+      {{"--selftest", folder.path()}, brokenBin.path(),
+       "start failed: Couldn't start Claude Code: Couldn't start " + brokenBin.file("claude")},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.args));
