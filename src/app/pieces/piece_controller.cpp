@@ -984,7 +984,11 @@ void PieceController::requestApproval(const std::string& tool, const JSONObject&
     respond(true);
     return;
   }
-  std::string summary = ApprovalText::escaped(description.empty() ? ask.summary : description);
+  // The policy's words, built from what will run, lead; the agent's own words may
+  // stand beside them, never instead of them.
+  std::string summary = ask.summary;
+  if (!description.empty() && summary.find(description) == std::string::npos) summary += " — " + description;
+  summary = ApprovalText::escaped(summary);
   auto detail = ApprovalText::detail(tool, input);
   PendingApproval approval{tool, ask.actionClass, std::move(summary), detail,
                            detail ? std::optional<std::string>(ApprovalText::cutInMiddle(*detail, 240)) : std::nullopt,

@@ -1,12 +1,18 @@
 #include "core/agent/action_policy.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <array>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <locale>
 #include <regex>
+#include <vector>
 
+#include "core/agent/shell_verdict.h"
 #include "core/base/paths.h"
 #include "core/base/url.h"
 #include "core/base/utf8.h"
@@ -144,20 +150,31 @@ static std::string boundedBlanks(std::string_view text) {
   return result;
 }
 
-// Shell commands asked as irreversible, tried in this order. Case matters: "RM" and
-// "GIT PUSH" are not what a shell runs.
-static const std::array<Pattern, 5>& irreversibleCommandPatterns() {
-  static const std::array<Pattern, 5> patterns = {
+// Patterns on the raw text of a shell command, asked as irreversible with the reason
+// beside them. They predate the reading of the command as a shell does (shell_verdict.h)
+// and are kept as a second net: what they catch, such as "echo rm x", stays graver even
+// where the reading finds nothing. Case matters: "RM" and "GIT PUSH" are not what a
+// shell runs.
+struct TextPattern {
+  Pattern pattern;
+  std::string_view reason;
+};
+
+static const std::array<TextPattern, 5>& irreversibleCommandPatterns() {
+  static const std::array<TextPattern, 5> patterns = {{
       // rm after the start, a separator or a blank, and followed by a blank: "echo rm x"
       // and "a;rm x" match, "farm x" and a bare "echo rm" do not.
-      Pattern(R"((^|[;&|\s])rm\s)", nullptr, false),
-      Pattern(R"(git\s+push)", nullptr, false),
+      {Pattern(R"((^|[;&|\s])rm\s)", nullptr, false), "mentions rm"},
+      {Pattern(R"(git\s+push)", nullptr, false), "mentions git push"},
       // curl\s.*-X\s*(POST|PUT|DELETE)
-      Pattern(R"(curl\s)", R"(-X\s*(POST|PUT|DELETE))", false),
-      Pattern(R"((^|\s)(sudo|shutdown|diskutil|mkfs)\s)", nullptr, false),
+      {Pattern(R"(curl\s)", R"(-X\s*(POST|PUT|DELETE))", false),
+       "mentions a curl request that changes data"},
+      {Pattern(R"((^|\s)(sudo|shutdown|diskutil|mkfs)\s)", nullptr, false),
+       "mentions sudo, shutdown, diskutil or mkfs"},
       // osascript.*\b(send|delete|empty trash)\b
-      Pattern(R"(osascript)", R"(\b(send|delete|empty trash)\b)", false),
-  };
+      {Pattern(R"(osascript)", R"(\b(send|delete|empty trash)\b)", false),
+       "mentions AppleScript that deletes or sends"},
+  }};
   return patterns;
 }
 
@@ -236,45 +253,123 @@ static std::string lastPathComponent(std::string_view path) {
 // ---------------------------------------------------------------------------------------
 // Paths
 
-// `path` made absolute against the current directory, with "." and ".." resolved and
-// repeated slashes folded, without a trailing "/" (but for the root). Symbolic links are
-// not followed. Targets' paths go through the same URL form, so both sides compare
-// alike. An empty path names no file and gives "".
-static std::string standardizedPath(std::string_view path) {
-  if (path.empty()) return {};
-  return URL::fileURL(path).standardized().path();
+// Paths longer than this cannot be opened by any program, so no link inside them can
+// be followed either.
+static constexpr size_t kLongestOpenablePath = PATH_MAX;
+
+// As many links as the kernel follows for one path before it gives up.
+static constexpr int kMaxLinkHops = 40;
+
+// The components of an absolute path, without empty ones and ".".
+static std::vector<std::string> componentsOf(std::string_view path) {
+  std::vector<std::string> components;
+  for (size_t start = 1; start <= path.size();) {
+    size_t slash = std::min(path.find('/', start), path.size());
+    std::string_view component = path.substr(start, slash - start);
+    if (!component.empty() && component != ".") components.emplace_back(component);
+    start = slash + 1;
+  }
+  return components;
 }
 
-// Whether `path` lies strictly inside `folder` (both standardised).
+// An absolute `path` as the kernel would open it: every symbolic link in its longest
+// existing prefix resolved (and ".." after a link taken from the link's target, as the
+// kernel does), the rest standardised as text, without a trailing "/" but for the root.
+// A link inside a bonded folder or the skill folder that points elsewhere is therefore
+// judged where it points, and so is a link whose target does not exist yet, which a
+// write would create. "" for a path that cannot be resolved (a link loop, a folder that
+// cannot be searched), and for a relative or empty path: the agent's harness runs in a
+// working folder of its own, not this process's.
+static std::string resolvedPath(std::string_view path) {
+  if (path.empty() || path.front() != '/') return {};
+  std::string current(path);
+  for (int hop = 0; hop <= kMaxLinkHops; ++hop) {
+    if (current.size() >= kLongestOpenablePath) return URL::fileURL(current).standardized().path();
+    std::vector<std::string> components = componentsOf(current);
+    std::string existing;
+    size_t resolvedCount = 0;
+    for (; resolvedCount < components.size(); ++resolvedCount) {
+      std::string candidate = existing + "/" + components[resolvedCount];
+      struct stat info {};
+      if (::lstat(candidate.c_str(), &info) != 0) break;
+      existing = std::move(candidate);
+    }
+    char buffer[PATH_MAX];
+    std::string rest;
+    for (size_t i = resolvedCount; i < components.size(); ++i) rest += "/" + components[i];
+    if (::realpath(existing.empty() ? "/" : existing.c_str(), buffer) != nullptr) {
+      return URL::fileURL(std::string(buffer) + rest).standardized().path();
+    }
+    // Every prefix exists, so the last one is a link to nothing (yet): follow it by hand.
+    ssize_t length = ::readlink(existing.c_str(), buffer, sizeof buffer);
+    if (length <= 0) return {};
+    std::string target(buffer, static_cast<size_t>(length));
+    if (target.front() != '/') target = existing.substr(0, existing.rfind('/')) + "/" + target;
+    current = target + rest;
+  }
+  return {};
+}
+
+// Whether `path` lies strictly inside `folder` (both resolved).
 static bool isInside(std::string_view path, std::string_view folder) {
   if (folder.empty()) return false;
-  // The root is the only standardised folder ending in "/", and holds every path.
+  // The root is the only resolved folder ending in "/", and holds every path.
   if (folder.back() == '/') return path.size() > folder.size() && path.starts_with(folder);
   return path.size() > folder.size() && path.starts_with(folder) && path[folder.size()] == '/';
 }
 
 bool ActionPolicy::isSkillPath(std::string_view path) {
-  std::string standardized = standardizedPath(path);
-  if (standardized.empty()) return false;
-  return isInside(standardized, standardizedPath(Paths::claudeSkillsDirectory()));
+  std::string resolved = resolvedPath(path);
+  if (resolved.empty()) return false;
+  return isInside(resolved, resolvedPath(Paths::claudeSkillsDirectory()));
 }
 
 bool ActionPolicy::inScope(std::string_view path) const {
-  std::string p = standardizedPath(path);
+  std::string p = resolvedPath(path);
   if (p.empty()) return false;
   for (const Target& target : scope) {
     std::optional<URL> url = target.fileURL();
     if (!url) continue;
-    std::string t = url->standardized().path();
+    std::string t = resolvedPath(url->path());
     if (t.empty()) continue;
     if (p == t) return true;
     if (target.kind() == Target::Kind::folder && isInside(p, t)) return true;
   }
   // No "/" is required behind the scratch folder's path: anything whose path begins
   // with it is free to read, a sibling named "scratch-old" included.
-  std::string scratch = Target::scratchDirectory().standardized().path();
+  std::string scratch = resolvedPath(Target::scratchDirectory().path());
   if (!scratch.empty() && p.starts_with(scratch)) return true;
   return isSkillPath(path);
+}
+
+// The folder a glob pattern can reach: its components up to the first one with a
+// wildcard. A ".." behind a wildcard climbs out of any folder, so it reaches the root.
+// "/a/b/*.md" → "/a/b"; "src/**" → "src"; "/a/*/../../x" → "/".
+static std::string globBase(std::string_view pattern) {
+  std::string base = pattern.starts_with("/") ? "/" : "";
+  bool wild = false;
+  for (size_t start = 0; start <= pattern.size();) {
+    size_t slash = std::min(pattern.find('/', start), pattern.size());
+    std::string_view component = pattern.substr(start, slash - start);
+    start = slash + 1;
+    if (component.empty()) continue;
+    if (wild) {
+      if (component == "..") return "/";
+      continue;
+    }
+    if (component.find_first_of("*?[{\\") != std::string_view::npos) {
+      wild = true;
+      continue;
+    }
+    if (!base.empty() && base.back() != '/') base += '/';
+    base += component;
+  }
+  return base.empty() ? "." : base;
+}
+
+static bool hasParentComponent(std::string_view pattern) {
+  return pattern == ".." || pattern.starts_with("../") || pattern.ends_with("/..") ||
+         pattern.find("/../") != std::string_view::npos;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -301,19 +396,94 @@ static size_t occurrences(std::string_view text, std::string_view needle) {
   return count;
 }
 
+// Why the raw text of `command` alone makes it irreversible, if it does: one of the
+// patterns above, or a bulk move (six moves or more, or any loop of moves).
+static std::optional<std::string_view> textualGravity(std::string_view command) {
+  std::string bounded = boundedBlanks(command);
+  for (const TextPattern& entry : irreversibleCommandPatterns()) {
+    if (entry.pattern.isFoundIn(bounded)) return entry.reason;
+  }
+  if (occurrences(command, "mv ") >= 6) return "moves many files";
+  if (command.find("for ") != std::string_view::npos &&
+      command.find("mv ") != std::string_view::npos) {
+    return "moves files in a loop";
+  }
+  return std::nullopt;
+}
+
+// Characters that would break a summary's single line or reorder what it shows: C0 and
+// C1 controls, Unicode line and paragraph separators, bidirectional overrides and
+// isolates, and zero-width characters that hide a split inside a word.
+static bool isHiddenOrBreaking(char32_t point) {
+  return point < 0x20 || (point >= 0x7F && point <= 0x9F) || point == 0x061C || point == 0x2028 ||
+         point == 0x2029 || (point >= 0x200B && point <= 0x200F) ||
+         (point >= 0x202A && point <= 0x202E) || (point >= 0x2060 && point <= 0x2069) ||
+         point == 0xFEFF;
+}
+
+// `text` on one line: every hidden or breaking character becomes a blank, runs of
+// blanks become one, and the ends are trimmed.
+static std::string oneLine(std::string_view text) {
+  std::string line;
+  line.reserve(text.size());
+  bool pendingBlank = false;
+  for (char32_t point : codePoints(text)) {
+    if (point == U' ' || isHiddenOrBreaking(point)) {
+      pendingBlank = !line.empty();
+      continue;
+    }
+    if (pendingBlank) line += ' ';
+    pendingBlank = false;
+    line += encodeUTF8(point);
+  }
+  return line;
+}
+
+// Commands and descriptions longer than this many characters are shortened.
+static constexpr size_t kShownCharacters = 80;
+
+// What a summary quotes of a command: all of it when it is short; otherwise the part the
+// verdict is about, so that a grave tail cannot hide behind a harmless head.
+static std::string shownCommand(const std::string& line, const ShellVerdict& verdict) {
+  if (utf8Length(line) <= kShownCharacters) return line;
+  std::string evidence = oneLine(verdict.evidence);
+  if (evidence.empty()) return utf8Prefix(line, kShownCharacters - 1) + "\u2026";
+  std::string shown = utf8Prefix(evidence, kShownCharacters - 2);
+  bool cut = shown.size() < evidence.size();
+  if (cut || !line.ends_with(evidence)) shown += "\u2026";
+  if (!line.starts_with(evidence)) shown = "\u2026" + shown;
+  return shown;
+}
+
+// The summary of a shell command is made from the command: "Run “<command>”", the
+// reason when it is irreversible, and the agent's own description behind a dash. The
+// description is the agent's claim; it never stands in for the command.
+static std::string commandSummary(std::string_view command, const ShellVerdict& verdict,
+                                  const std::optional<std::string>& description) {
+  std::string line = oneLine(command);
+  std::string summary =
+      line.empty() ? "Run a command" : "Run \u201C" + shownCommand(line, verdict) + "\u201D";
+  if (verdict.actionClass == ActionClass::irreversible && !verdict.reason.empty()) {
+    summary += " (" + verdict.reason + ")";
+  }
+  std::string said = description ? oneLine(*description) : std::string();
+  if (!said.empty()) {
+    summary += " \u2014 " + utf8Prefix(said, kShownCharacters);
+    if (utf8Length(said) > kShownCharacters) summary += "\u2026";
+  }
+  return summary;
+}
+
 static Decision decideBash(const JSONObject& input) {
   std::string command = stringMember(input, "command").value_or("");
-  std::string summary = stringMember(input, "description").value_or("Run a command");
-
-  if (anyFoundIn(irreversibleCommandPatterns(), command)) {
-    return Decision::ask(ActionClass::irreversible, summary);
+  ShellVerdict verdict = judgeShellCommand(command);
+  if (verdict.actionClass != ActionClass::irreversible) {
+    if (std::optional<std::string_view> reason = textualGravity(command)) {
+      verdict = {ActionClass::irreversible, std::string(*reason), {}};
+    }
   }
-  // Six moves or more in one command are a bulk move, and so is any loop of moves.
-  if (occurrences(command, "mv ") >= 6) return Decision::ask(ActionClass::irreversible, summary);
-  if (command.find("for ") != std::string::npos && command.find("mv ") != std::string::npos) {
-    return Decision::ask(ActionClass::irreversible, summary);
-  }
-  return Decision::ask(ActionClass::act, summary);
+  return Decision::ask(verdict.actionClass,
+                       commandSummary(command, verdict, stringMember(input, "description")));
 }
 
 Decision ActionPolicy::decide(std::string_view tool, const JSONObject& input) const {
@@ -327,8 +497,24 @@ Decision ActionPolicy::decide(std::string_view tool, const JSONObject& input) co
   }
 
   if (readTools().contains(std::string(tool))) {
-    if (!path || inScope(*path)) return Decision::allow();
-    return Decision::ask(ActionClass::read, "Read " + lastPathComponent(*path));
+    // Every place the call reaches must be free to read. A relative path is judged
+    // against nothing, so it is asked.
+    std::vector<std::string> reached;
+    if (path) reached.push_back(*path);
+    if (std::optional<std::string> pattern =
+            tool == "Glob" ? stringMember(input, "pattern") : std::nullopt) {
+      if (pattern->starts_with("/")) {
+        reached.push_back(globBase(*pattern));
+      } else if (hasParentComponent(*pattern)) {
+        reached.push_back(globBase(path ? *path + "/" + *pattern : *pattern));
+      }
+    }
+    for (const std::string& place : reached) {
+      if (!inScope(place)) {
+        return Decision::ask(ActionClass::read, "Read " + lastPathComponent(place));
+      }
+    }
+    return Decision::allow();
   }
 
   // Being in scope frees reading only; writing is free in the skill folder alone.

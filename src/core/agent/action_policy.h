@@ -8,19 +8,25 @@
 //
 //   ActionPolicy policy{{Target::folder(URL::fileURL("/home/u/notes", true))}};
 //   policy.decide("Read", {{"file_path", "/home/u/notes/a.md"}});  // allow
-//   policy.decide("Bash", {{"command", "rm -r build"}});
-//       // ask(irreversible, Run a command)
+//   policy.decide("Bash", {{"command", "rm -r build"}, {"description", "Tidy"}});
+//       // ask(irreversible, Run “rm -r build” (deletes files) — Tidy)
 //
 // Reading is free inside `scope` (the targets a piece is bonded to), the scratch folder
 // and the skill folder (~/.claude/skills/...); writing is free only in the skill folder;
-// the shell and every tool that drives a window always ask. Shell commands that delete,
-// push, post or move in bulk are asked as `irreversible`, which the trust switch of a
-// piece never lets pass.
+// the shell and every tool that drives a window always ask. A piece's trust switch lets
+// `act` pass unasked but never `irreversible`, so the shell is judged with care: the
+// command is read as the shell reads it and every part of it is judged (see
+// shell_verdict.h), and a command that deletes, overwrites, uploads, pushes, runs code
+// given inline or cannot be read in full is `irreversible`. A shell command's summary
+// quotes the command itself; the agent's description only follows it.
+//
+// Paths are judged where they lead: symbolic links are resolved, and a relative path,
+// which the agent's harness would take from a working folder of its own, is never free.
 //
 // The policy holds no state beyond `scope` and makes no desktop call: every function is
-// pure apart from reading the current directory and the home folder, and may be called
-// from any thread. Every input, however large or oddly typed, gets a decision; nothing
-// here throws.
+// pure apart from looking up paths on disk and reading the home folder, and may be
+// called from any thread. Every input, however large or oddly typed, gets a decision;
+// nothing here throws.
 #pragma once
 
 #include <optional>
@@ -105,12 +111,13 @@ struct ActionPolicy {
   [[nodiscard]] Decision decideControl(std::string_view tool, const JSONObject& input) const;
 
   // Whether reading `path` is free: it lies in a file or folder of `scope`, in the
-  // scratch folder, or in the skill folder. `path` is made absolute against the current
-  // directory and "." and ".." are resolved as text; symbolic links are not followed.
+  // scratch folder, or in the skill folder. Both sides are resolved as the kernel opens
+  // them: symbolic links in the longest existing prefix are followed, the rest is
+  // standardised as text. A relative or empty path is never in scope.
   [[nodiscard]] bool inScope(std::string_view path) const;
 
-  // Whether `path`, made absolute and standardised as above, lies below
-  // ~/.claude/skills. The folder itself is not a skill path.
+  // Whether `path`, absolute and resolved as above, lies below ~/.claude/skills. The
+  // folder itself is not a skill path, nor is a relative path.
   [[nodiscard]] static bool isSkillPath(std::string_view path);
 
   // The harness's tools that only read: "Read", "Glob", "Grep", "LS", "WebFetch",

@@ -94,7 +94,8 @@ TEST(PeerRouter, AskWaitsForTheTurnAndRefusesADeadlock) {
                   R"({"path":"/tmp/x","content":"y","why":"Save notes"})", std::nullopt},
                  [&verdict](const PeerResponse& r) { verdict = r; });
   ASSERT_TRUE(w.beta->state().pending);
-  EXPECT_EQ(w.beta->state().pending->summary, "Save notes");
+  EXPECT_NE(w.beta->state().pending->summary.find("Save notes"), std::string::npos);
+  EXPECT_EQ(w.beta->state().pending->detail, "/tmp/x");
   w.beta->decide(false);
   EXPECT_EQ(verdict, (PeerResponse{false, "The user denied this action."}));
 }

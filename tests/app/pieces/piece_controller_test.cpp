@@ -116,7 +116,8 @@ TEST(PieceController, CardsShowWhatWillRunAndZorvaneFilesAreOffLimits) {
   std::string sneaky = "ls\nrm -rf ~ \u202Etxt.exe";
   piece->requestApproval("mcp__zorvane__run_command", {{"command", sneaky}}, "List\nthe folder", respond);
   ASSERT_TRUE(piece->state().pending);
-  EXPECT_EQ(piece->state().pending->summary, "List\\nthe folder");
+  EXPECT_EQ(piece->state().pending->summary.find('\n'), std::string::npos) << "one line";
+  EXPECT_NE(piece->state().pending->summary.find("rm -rf"), std::string::npos) << "what runs, not only the agent's words";
   EXPECT_EQ(piece->state().pending->detail, "ls\\nrm -rf ~ \\u{202E}txt.exe");
   piece->decide(false);
   std::string longScript(2000, 'a');
