@@ -37,6 +37,9 @@ class WindowService {
   virtual std::optional<WindowInfo> window(uint32_t windowID) = 0;
   // Makes the window the active one and raises it; false when the desktop refused.
   virtual bool activate(uint32_t windowID) = 0;
+  // The window that has the keyboard now, as the window manager says; nothing when it
+  // can't tell (no window manager, or none that says).
+  virtual std::optional<uint32_t> activeWindow() { return std::nullopt; }
 };
 
 // A desktop with no windows: the tool server's view when no display can be reached.

@@ -315,6 +315,9 @@ WindowControl::PointView WindowControl::pointView(Point at) {
 // notifications, windows kept above) stay in front whatever is active and are passed
 // over.
 bool WindowControl::readsAsFront() {
+  // The window manager's word on which window has the keyboard, where it gives one;
+  // else the stacking: nothing of the normal layers in front of the window.
+  if (auto active = desktop_.windows.activeWindow()) return *active == windowID;
   std::vector<WindowInfo> windows = desktop_.windows.windows();
   auto self = std::find_if(windows.begin(), windows.end(), [&](const WindowInfo& w) { return w.windowID == windowID; });
   if (self == windows.end() || !self->onScreen) return false;

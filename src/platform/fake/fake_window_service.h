@@ -29,6 +29,8 @@ class FakeWindowService final : public WindowService {
     return window(windowID).has_value();
   }
   std::vector<uint32_t> activated;  // every activate call, in order
+  std::optional<uint32_t> active;   // what activeWindow answers
+  std::optional<uint32_t> activeWindow() override { return active; }
 };
 
 }  // namespace zorvane

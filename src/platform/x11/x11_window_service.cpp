@@ -305,6 +305,14 @@ std::optional<ApplicationInfo> X11WindowService::application(int32_t pid) {
   return info;
 }
 
+std::optional<uint32_t> X11WindowService::activeWindow() {
+  Impl& d = *impl_;
+  if (!d.hasWindowManager()) return std::nullopt;
+  auto active = d.display->cardinals(d.display->root(), d.atoms().netActiveWindow, XA_WINDOW);
+  if (!active || active->empty() || (*active)[0] == 0) return std::nullopt;
+  return static_cast<uint32_t>((*active)[0]);
+}
+
 bool X11WindowService::activate(uint32_t windowID) {
   Impl& d = *impl_;
   if (windowID == 0) return false;

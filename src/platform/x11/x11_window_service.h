@@ -39,6 +39,7 @@ class X11WindowService final : public WindowService {
   // manager it raises and focuses the window itself. Returns once the request is sent;
   // the window manager acts on it shortly after.
   bool activate(uint32_t windowID) override;
+  std::optional<uint32_t> activeWindow() override;
 
  private:
   struct Impl;

@@ -193,6 +193,15 @@ TEST_F(WindowControlTest, InputGoesToTheWindowBroughtForward) {
   EXPECT_EQ(desktop.windows.activated.size(), activations + 1) << "brought forward before the lookup";
   EXPECT_EQ(text("press_key", {}), "ERROR Unknown key ");
 
+  // Where the window manager says which window has the keyboard, its word decides.
+  desktop.input.events.clear();
+  desktop.windows.active = 99;
+  EXPECT_TRUE(text("press_key", {{"key", "a"}}).starts_with("ERROR The window didn't become the active one"));
+  EXPECT_TRUE(desktop.input.events.empty()) << "no key while another window has the keyboard";
+  desktop.windows.active = 7;
+  EXPECT_EQ(text("press_key", {{"key", "a"}}), "pressed a");
+  desktop.windows.active.reset();
+
   // Text goes in chunks of at most 16 UTF-16 units; a character outside the BMP counts
   // two and is never split.
   desktop.input.events.clear();
