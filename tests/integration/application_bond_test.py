@@ -19,30 +19,14 @@ import subprocess
 import sys
 import tempfile
 import time
+
+from app_checks import check, read_text, summary, wait_for
 import urllib.parse
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 STANDINS = os.path.join(os.path.dirname(HERE), "fixtures", "bin")
 HUB = "00000000-0000-4000-8000-00000000171c"
 CLAUDE_SCENARIO = {"turns": [[{"init": True}, {"text": "Reading."}, {"echoPrompt": True}]]}
-
-failures, passes = [], []
-
-
-def check(ok, what):
-    print(("ok   " if ok else "FAIL ") + what)
-    (passes if ok else failures).append(what)
-
-
-def wait_for(predicate, seconds):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        value = predicate()
-        if value:
-            return value
-        time.sleep(0.2)
-    return predicate()
-
 
 def file_row_point(probe, path):
     """A screen point over the file's row in Thunar's window, found by asking the drop
@@ -103,8 +87,7 @@ def main(argv):
     finally:
         thunar.terminate()
         thunar.wait(timeout=10)
-    print("%d passed, %d failed" % (len(passes), len(failures)))
-    return 1 if failures else 0
+    return summary()
 
 
 def run_agent(zorvane, agent, point, note):
@@ -125,24 +108,12 @@ def run_agent(zorvane, agent, point, note):
     else:
         env.pop("STANDIN_SCENARIO", None)
     log = os.path.join(work, "state", "zorvane", "zorvane.log")
-    app = subprocess.Popen([zorvane, "--demo-bond", point, "--demo-ask", "What is this file about?"], env=env, stdout=subprocess.DEVNULL,
-                           stderr=subprocess.DEVNULL, start_new_session=True)
+    app = subprocess.Popen([zorvane, "--demo-bond", point, "--demo-ask", "What is this file about?"], env=env,
+                           stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
     try:
-        def bonded():
-            try:
-                with open(log, encoding="utf-8") as f:
-                    return "session new" in f.read()
-            except OSError:
-                return False
-        check(wait_for(bonded, 30), "%s: the drop bonds a piece" % agent)
-
-        def answered():
-            try:
-                with open(log, encoding="utf-8") as f:
-                    return "answer [meeting notes.txt]: " in f.read()
-            except OSError:
-                return False
-        check(wait_for(answered, 30), "%s: the question reaches the piece's agent and is answered" % agent)
+        check(wait_for(lambda: "session new" in read_text(log), 30), "%s: the drop bonds a piece" % agent)
+        check(wait_for(lambda: "answer [meeting notes.txt]: " in read_text(log), 30),
+              "%s: the question reaches the piece's agent and is answered" % agent)
         reply = ask_piece(os.path.join(data, "zorvane", "ipc.sock"), "Delete everything.")
         check(reply.get("ok") is False and "can't confirm which piece" in reply.get("text", ""),
               "%s: a request claiming to be the hub from a foreign process is refused (%r)" % (agent, reply))

@@ -21,6 +21,8 @@ import sys
 import tempfile
 import time
 
+from app_checks import check, failures, read_text, summary, wait_for
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 STANDINS = os.path.join(os.path.dirname(HERE), "fixtures", "bin")
 SKIPPED = 77
@@ -33,22 +35,6 @@ SCENARIO = {
     "turns": [[{"init": True}, {"text": "Looking."}, {"result": "I hold b.txt."}]],
 }
 
-failures = []
-passes = []
-
-
-def check(ok, what):
-    print(("ok   " if ok else "FAIL ") + what)
-    (passes if ok else failures).append(what)
-
-
-def wait_for(predicate, seconds):
-    deadline = time.time() + seconds
-    while time.time() < deadline:
-        if predicate():
-            return True
-        time.sleep(0.1)
-    return predicate()
 
 
 def read_json(path):
@@ -100,11 +86,7 @@ def main(argv):
     log_path = home + "/state/zorvane/zorvane.log"
 
     def log_text():
-        try:
-            with open(log_path, encoding="utf-8") as f:
-                return f.read()
-        except OSError:
-            return ""
+        return read_text(log_path)
 
     # 1. Two linked pieces talk through the real socket.
     app = subprocess.Popen([zorvane, "--demo-peers", folders[0], folders[1], "ask the other folder what it holds"],
@@ -161,8 +143,7 @@ def main(argv):
     if failures:
         print("--- application log ---")
         print(log_text()[-4000:])
-    print("%d passed, %d failed" % (len(passes), len(failures)))
-    return 1 if failures else 0
+    return summary()
 
 
 if __name__ == "__main__":
