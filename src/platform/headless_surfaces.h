@@ -19,6 +19,7 @@ class HeadlessPanel final : public GooPanel {
   void makeKey() override { visible_ = true; }
   void setClickThrough(bool clickThrough) override { options_.clickThrough = clickThrough; }
   void setInk(int, InkScene) override {}
+  void setInkRate(int) override {}
   void setInkClip(std::optional<std::vector<Rect>>) override {}
   void setPointerHandlers(PointerHandlers) override {}
 

@@ -76,6 +76,9 @@ class GooPanel {
   // The panel's content is goo drawn by the ink renderer: `scene` is asked for each
   // frame, at up to `framesPerSecond`, with the time and the panel's size in points.
   virtual void setInk(int framesPerSecond, InkScene scene) = 0;
+  // Changes how often the goo is asked for a frame, keeping the scene. A scene callback
+  // may call it.
+  virtual void setInkRate(int framesPerSecond) = 0;
   // Limits what the goo shows to these rectangles (points in the panel); nothing: all.
   virtual void setInkClip(std::optional<std::vector<Rect>> rects) = 0;
   virtual void setPointerHandlers(PointerHandlers handlers) = 0;

@@ -53,6 +53,14 @@ std::optional<Point> parsePoint(const std::string& text) {
   return Point{*x, *y};
 }
 
+// The screen the notch stands on: the primary one, else the first.
+std::optional<ScreenInfo> primaryScreen(const std::vector<ScreenInfo>& screens) {
+  for (const ScreenInfo& screen : screens)
+    if (screen.isPrimary) return screen;
+  if (screens.empty()) return std::nullopt;
+  return screens.front();
+}
+
 std::string parentFolder(const Target& target) {
   auto url = target.fileURL();
   if (!url) return "";
@@ -174,11 +182,8 @@ void AppDelegate::applicationDidFinishLaunching() {
 }
 
 void AppDelegate::buildSurfaces() {
-  // The notch, drag layer, tray, hub and guide are drawn by their own views; here they
-  // are made and placed, and stay empty and out of the way (click-through, hidden)
-  // until a view gives them content.
-  notch_ = context_.surfaces.makePanel({"Zorvane", PanelLevel::notch, true, false});
-  drag_ = context_.surfaces.makePanel({"drag layer", PanelLevel::drag, true, false});
+  // The tray, hub and guide are drawn by their own views; here they are made and placed,
+  // and stay hidden until a view gives them content.
   tray_ = context_.surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false});
   hub_ = context_.surfaces.makePanel({"Zorvane hub", PanelLevel::notch, false, true});
   onboarding_ = context_.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true});
@@ -188,26 +193,75 @@ void AppDelegate::buildSurfaces() {
     auto self = weak.lock();
     return self ? self->tentacleScene(t) : GooScene{};
   });
+  if (auto screen = primaryScreen(context_.surfaces.screens())) {
+    notch_ = NotchController::make(context_.surfaces, context_.queue, context_.clock, *screen);
+    drag_ = DragLayer::make(context_.surfaces, context_.queue, context_.clock, screen->frame);
+    wireNotch();
+  } else {
+    Log::info("no screen: the notch waits for one");
+  }
   relayoutSurfaces();
-  notch_->orderFront();
   tentacleLayer_->orderFront();
 }
 
+void AppDelegate::wireNotch() {
+  std::weak_ptr<AppDelegate> weak = weak_from_this();
+  notch_->activity = [weak] {
+    auto self = weak.lock();
+    return self ? self->notchActivity() : NotchActivity{};
+  };
+  notch_->onPull = [weak](Point p) {
+    auto self = weak.lock();
+    if (!self || !self->drag_) return;
+    Log::info("pull start at " + describe(p));
+    Rect notch = self->notch_->notchRect();
+    self->drag_->begin(DragLayer::Mode::pull, {notch.x + notch.width / 2, notch.maxY()});
+  };
+  notch_->onPullDrag = [weak](Point p) {
+    auto self = weak.lock();
+    if (self && self->drag_) self->drag_->cursor = p;
+  };
+  notch_->onPullEnd = [weak](Point p) {
+    if (auto self = weak.lock()) self->endPull(p);
+  };
+  notch_->onTap = [] { Log::info("notch tap"); };
+  notch_->onLongPress = [weak] {
+    auto self = weak.lock();
+    if (self && self->drag_) self->drag_->retract(false);
+    Log::info("notch long press");
+  };
+  notch_->onLongPressEnd = [] { Log::info("notch long press end"); };
+  updateLivePieces();
+}
+
+NotchActivity AppDelegate::notchActivity() const {
+  NotchActivity activity;
+  for (const auto& [id, piece] : pieces_) {
+    if (piece->isRetired()) continue;
+    activity.live++;
+    if (piece->state().busy) activity.working++;
+    if (piece->state().mood == Mood::needsApproval) activity.waiting++;
+  }
+  return activity;
+}
+
+void AppDelegate::updateLivePieces() {
+  if (notch_) notch_->livePieces = int(pieces_.size());
+}
+
 void AppDelegate::relayoutSurfaces() {
-  auto screens = context_.surfaces.screens();
-  auto primary = screenContaining(screens, {0, 0});
-  for (const ScreenInfo& screen : screens)
-    if (screen.isPrimary) primary = screen;
+  auto primary = primaryScreen(context_.surfaces.screens());
   if (!primary) return;  // no screen at all: nothing to place
-  Rect visible = primary->visibleFrame;
-  // No notch on this desktop: the body hangs at the top centre of the work area, so a
-  // top panel never hides it.
-  Rect notch{visible.x + visible.width / 2 - 70, visible.y, 140, 26};
-  notch_->setFrame(notch);
+  if (notch_) notch_->relayout(*primary);
+  if (drag_) {
+    // A screen that changes under a drag ends it: the goo goes home.
+    if (drag_->isDragging()) drag_->retract(false);
+    drag_->relayout(primary->frame);
+  }
+  Rect notch = notch_ ? notch_->notchRect() : NotchController::geometry(*primary).notch;
   tray_->setFrame({notch.x + notch.width / 2 - 190, notch.maxY(), 380, 120});
   hub_->setFrame({notch.x + notch.width / 2 - 320, notch.maxY(), 640, 520});
   onboarding_->setFrame({notch.x + notch.width / 2 - 220, notch.maxY(), 440, 360});
-  drag_->setFrame(primary->frame);
   tentacleScreen_ = primary->frame;
   tentacleLayer_->setFrame(tentacleScreen_);
 }
@@ -360,10 +414,24 @@ void AppDelegate::runDemonstrationArguments() {
 
 // --- Bonding ---
 
-void AppDelegate::endPull(Point at, bool reached) {
+void AppDelegate::endPull(Point at) {
+  bool reached = false;
+  if (drag_ && drag_->isDragging()) {
+    if (drag_->mode() == DragLayer::Mode::tentacle) {
+      reached = (drag_->tip().position - drag_->origin()).length() > 60;
+    } else {
+      reached = drag_->pinched().has_value();
+    }
+  }
   Log::info("pull end at " + describe(at) + " reached=" + (reached ? "true" : "false"));
-  if (!reached) return;
-  bond(at);
+  if (!reached) {
+    if (drag_) drag_->retract(false);
+    return;
+  }
+  size_t before = pieces_.size();
+  // The tip lags behind the pointer: the goo lands where the user sees it.
+  bond(drag_->tip().position);
+  drag_->retract(pieces_.size() > before);
 }
 
 void AppDelegate::bond(Point at) {
@@ -416,6 +484,7 @@ void AppDelegate::bond(Resolved resolved, Point dropPoint, std::optional<Session
                                      autoContinue, quiet);
   wire(*piece);
   pieces_[piece->pieceID()] = piece;
+  updateLivePieces();
   watchFolderOf(target, true);
   activity_->add(ActivityEvent(ActivityEvent::Kind::piece, piece->displayName(),
                                "Bonded (" + agent->kind.displayName + ")"));
@@ -435,6 +504,14 @@ void AppDelegate::wire(PieceController& piece) {
     auto self = weak.lock();
     return self ? self->driveableAgents() : std::vector<InstalledAgent>{};
   };
+  piece.onGrowTentacle = [weak](PieceController&, Point point) {
+    auto self = weak.lock();
+    if (self && self->drag_) self->drag_->begin(DragLayer::Mode::tentacle, point);
+  };
+  piece.onTentacleDrag = [weak](Point point) {
+    auto self = weak.lock();
+    if (self && self->drag_) self->drag_->cursor = point;
+  };
   piece.onTentacleDrop = [weak](PieceController& p, Point point) {
     if (auto self = weak.lock()) self->onTentacleDrop(p, point);
   };
@@ -447,6 +524,7 @@ void AppDelegate::pieceRetired(PieceController& piece, bool) {
   auto keep = pieces_.find(id);
   std::shared_ptr<PieceController> alive = keep == pieces_.end() ? nullptr : keep->second;
   pieces_.erase(id);
+  updateLivePieces();
   for (auto& [otherID, other] : pieces_) other->unlink(id, name);
   router_.forget(id);
   watchFolderOf(target, false);
@@ -472,6 +550,7 @@ void AppDelegate::watchFolderOf(const Target& target, bool watch) {
 }
 
 void AppDelegate::onTentacleDrop(PieceController& piece, Point point) {
+  if (drag_) drag_->retract(false);
   std::weak_ptr<AppDelegate> weak = weak_from_this();
   std::weak_ptr<PieceController> weakPiece = piece.weak_from_this();
   // Resolved once the drag layer is out of the way.

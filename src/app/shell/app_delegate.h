@@ -22,6 +22,8 @@
 #include <string>
 #include <vector>
 
+#include "app/notch/drag_layer.h"
+#include "app/notch/notch_controller.h"
 #include "app/peers/peer_router.h"
 #include "app/pieces/piece_controller.h"
 #include "app/shell/command_line.h"
@@ -105,7 +107,9 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void retireAll();
 
   // --- Bonding ---
-  void endPull(Point at, bool reached);
+  // The pointer went up at the end of a pull on the notch: bonds at the goo's tip when
+  // it was pulled far enough, and sends the goo home otherwise.
+  void endPull(Point at);
   void bond(Point at);
   void bond(Resolved resolved, Point dropPoint, std::optional<SessionRecord> continuing, bool quiet);
   void resume(const SessionRecord& record);
@@ -132,6 +136,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // What the tray says after a restore or resume that didn't find everything.
   [[nodiscard]] const std::optional<std::string>& trayMessage() const { return trayMessage_; }
   [[nodiscard]] const GooPanel& tentacleLayer() const { return *tentacleLayer_; }
+  // The goo at the top of the screen and the layer a drag is drawn on; null before
+  // launch and without a screen.
+  [[nodiscard]] NotchController* notch() const { return notch_.get(); }
+  [[nodiscard]] DragLayer* dragLayer() const { return drag_.get(); }
   [[nodiscard]] std::vector<StatusMenuRow> statusMenu();
   // Every capsule the tentacle layer draws at `t`, in the layer's own points.
   [[nodiscard]] GooScene tentacleScene(double t) const;
@@ -176,7 +184,13 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   bool keepAwakeHeld_ = false;
   bool restoring_ = false;
   std::optional<std::string> trayMessage_;
-  std::unique_ptr<GooPanel> notch_, drag_, tray_, hub_, onboarding_, tentacleLayer_;
+  void wireNotch();
+  NotchActivity notchActivity() const;
+  void updateLivePieces();
+
+  std::shared_ptr<NotchController> notch_;
+  std::shared_ptr<DragLayer> drag_;
+  std::unique_ptr<GooPanel> tray_, hub_, onboarding_, tentacleLayer_;
   Rect tentacleScreen_;
   std::vector<TimerID> timers_;
   std::map<std::string, int> watchedFolders_;

@@ -56,6 +56,7 @@ class FakePanel final : public GooPanel {
     record_->framesPerSecond = framesPerSecond;
     record_->scene = std::move(scene);
   }
+  void setInkRate(int framesPerSecond) override { record_->framesPerSecond = framesPerSecond; }
   void setInkClip(std::optional<std::vector<Rect>> rects) override { record_->clip = std::move(rects); }
   void setPointerHandlers(PointerHandlers handlers) override { record_->pointer = std::move(handlers); }
 

@@ -170,6 +170,10 @@ void QtPanel::setInk(int framesPerSecond, InkScene scene) {
   ink_->setScene(std::move(scene));
 }
 
+void QtPanel::setInkRate(int framesPerSecond) {
+  if (ink_ && ink_->preferredFramesPerSecond() != framesPerSecond) ink_->setPreferredFramesPerSecond(framesPerSecond);
+}
+
 void QtPanel::setInkClip(std::optional<std::vector<Rect>> rects) {
   clip_ = std::move(rects);
   if (ink_) ink_->setClipRects(clip_);

@@ -56,6 +56,7 @@ class QtPanel final : public GooPanel {
   void makeKey() override;
   void setClickThrough(bool clickThrough) override;
   void setInk(int framesPerSecond, InkScene scene) override;
+  void setInkRate(int framesPerSecond) override;
   void setInkClip(std::optional<std::vector<Rect>> rects) override;
   void setPointerHandlers(PointerHandlers handlers) override;
 

@@ -153,5 +153,75 @@ TEST(AppDelegate, GatedAgentWritesOnlyWithTheUsersAllow) {
   app.applicationWillTerminate();
 }
 
+// The goo pulled off the notch with the pointer: a pull past the pinch bonds the window
+// under the goo's tip and the tip stays for the new piece; a short tug bonds nothing
+// and the goo goes home; an arm from the knot gives the piece a second target, and one
+// dropped on another piece's target links the two.
+TEST(AppDelegate, PullingTheGooOntoWindowsBondsAttachesAndLinks) {
+  FakeAgents agents;
+  auto clock = std::make_shared<FakeClock>();
+  DelegateWorld world(agents.maker(), clock);
+  auto& windows = world.fakes.desktop.windows;
+  windows.applications = {{500, {"org.example.Editor", "Editor"}}, {501, {"org.example.Viewer", "Viewer"}}};
+  windows.windowList = {{30, 500, 600, 400, 400, 300, 0, "notes", true},
+                        {31, 501, 100, 500, 300, 300, 0, "pictures", true}};
+  AppDelegate& app = *world.delegate;
+  app.applicationDidFinishLaunching();
+  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
+  auto notchPanel = world.fakes.surfaces.named("Zorvane").front();
+  auto dragPanel = world.fakes.surfaces.named("drag layer").front();
+  auto frames = [&](int count) {
+    for (int i = 0; i < count; ++i) {
+      clock->advance(1.0 / 120);
+      world.queue.runUntilIdle();
+      if (dragPanel->visible) (void)dragPanel->scene(clock->wallSeconds(), dragPanel->frame.size());
+    }
+  };
+  auto drag = [&](const PointerHandlers& pointer, Point from, Point to) {
+    pointer.onDown(from);
+    for (int step = 1; step <= 30; ++step) {
+      pointer.onDrag(from + (to - from) * (step / 30.0));
+      frames(2);
+    }
+    frames(30);
+    pointer.onUp(to, true);
+    world.queue.runUntilIdle();
+  };
+  Rect band = app.notch()->notchRect();
+  Point atNotch{band.x + 70, band.y + 12};
+
+  drag(notchPanel->pointer, atNotch, atNotch + Point{0, 40});
+  EXPECT_TRUE(app.pieces().empty()) << "a tug that doesn't pinch bonds nothing";
+  ASSERT_TRUE(app.dragLayer()->retracting());
+  EXPECT_FALSE(app.dragLayer()->retracting()->keepTip);
+  frames(80);
+  EXPECT_FALSE(dragPanel->visible);
+
+  drag(notchPanel->pointer, atNotch, {800, 550});
+  ASSERT_EQ(app.pieces().size(), 1u);
+  auto editor = app.pieces().begin()->second;
+  EXPECT_EQ(editor->target().targetKey(), "window:org.example.Editor:30");
+  EXPECT_TRUE(app.dragLayer()->retracting()->keepTip) << "the tip merges into the new piece";
+  EXPECT_EQ(app.notch()->livePieces, 1);
+
+  // The knot's arm onto the second window: one more target for the same piece.
+  auto handle = world.fakes.surfaces.named("knot").front();
+  Point knot = editor->look().knot();
+  drag(handle->pointer, knot, {250, 650});
+  EXPECT_EQ(app.dragLayer()->mode(), DragLayer::Mode::tentacle);
+  ASSERT_EQ(editor->tentacles().size(), 1u);
+  EXPECT_EQ(editor->tentacles()[0].target.targetKey(), "window:org.example.Viewer:31");
+  EXPECT_EQ(app.pieces().size(), 1u);
+
+  // A second piece on the viewer; the editor's arm dropped on it links the two.
+  frames(80);
+  drag(notchPanel->pointer, atNotch, {250, 650});
+  ASSERT_EQ(app.pieces().size(), 2u);
+  drag(handle->pointer, knot, {250, 650});
+  EXPECT_EQ(editor->links().size(), 1u);
+  EXPECT_EQ(editor->tentacles().size(), 1u);
+  app.applicationWillTerminate();
+}
+
 }  // namespace
 }  // namespace zorvane
