@@ -1,6 +1,7 @@
 // WindowService: what the desktop tells about its windows — the list front to back and
-// the application that owns each. Implemented for X11 in x11/, in memory in fake/, and
-// by HeadlessWindowService where no desktop can be reached.
+// the application that owns each — and the few things asked of a window: activate it,
+// take it out of full screen, move and size it. Implemented for X11 in x11/, in memory
+// in fake/, and by HeadlessWindowService where no desktop can be reached.
 #pragma once
 
 #include <cstdint>
@@ -40,6 +41,21 @@ class WindowService {
   // The window that has the keyboard now, as the window manager says; nothing when it
   // can't tell (no window manager, or none that says).
   virtual std::optional<uint32_t> activeWindow() { return std::nullopt; }
+
+  // Whether the window is in the desktop's full-screen state; nothing when it is gone or
+  // the desktop can't tell.
+  virtual std::optional<bool> isFullScreen(uint32_t /*windowID*/) { return std::nullopt; }
+  // Asks for the window to leave full screen; false when it is gone or nobody could be
+  // asked. The window manager acts on it shortly after, and puts the window back where
+  // it stood before.
+  virtual bool leaveFullScreen(uint32_t /*windowID*/) { return false; }
+  // Asks for the window's frame (as window(id) reports it: the client area, screen
+  // points) to become this one; false when it is gone or nobody could be asked. The
+  // window manager acts shortly after and may bend the request (size limits, work area).
+  virtual bool moveResize(uint32_t /*windowID*/, double /*x*/, double /*y*/, double /*width*/,
+                          double /*height*/) {
+    return false;
+  }
 };
 
 // A desktop with no windows: the tool server's view when no display can be reached.

@@ -3,7 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cmath>
+
+#include "core/geometry/geometry.h"
 #include "desktop/desktop_apps.h"
+#include "desktop/file_manager_desktop_window.h"
 #include "platform/x11/x11_display.h"
 #include "support/test_support.h"
 
@@ -140,6 +144,67 @@ TEST_F(X11WindowServiceTest, MinimisedAndClosedWindows) {
   EXPECT_FALSE(service.window(0));
   EXPECT_FALSE(service.window(0x7ffffff0));  // never existed
   EXPECT_FALSE(service.application(-5));
+}
+
+// A window asked to move and resize lands with its client area where it was asked,
+// also from maximised; full screen is seen, and leaving it brings the frame back.
+TEST_F(X11WindowServiceTest, MovesResizesAndLeavesFullScreen) {
+  X11WindowService service(display_);
+  auto shown = testing::ClassedWindow::show("layout", "Layout", "Layout test", 40, 40, 300, 200);
+  ASSERT_TRUE(shown);
+  uint32_t id = shown->id();
+  auto frameIs = [&](Rect want) {
+    auto w = service.window(id);
+    return w && std::abs(w->x - want.x) <= 2 && std::abs(w->y - want.y) <= 2 &&
+           std::abs(w->width - want.width) <= 2 && std::abs(w->height - want.height) <= 2;
+  };
+  auto describe = [&] {
+    auto w = service.window(id);
+    return w ? std::to_string(w->x) + "," + std::to_string(w->y) + " " + std::to_string(w->width) + "x" +
+                   std::to_string(w->height)
+             : std::string("gone");
+  };
+  // Asks the window manager to add a state to the window, as its title bar's buttons do.
+  auto addState = [&](const char* first, const char* second) {
+    Display* dpy = display_->display();
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = id;
+    event.xclient.message_type = display_->atoms().netWMState;
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = 1;
+    event.xclient.data.l[1] = static_cast<long>(XInternAtom(dpy, first, False));
+    event.xclient.data.l[2] = second ? static_cast<long>(XInternAtom(dpy, second, False)) : 0;
+    event.xclient.data.l[3] = 2;
+    XSendEvent(dpy, display_->root(), False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+    XFlush(dpy);
+  };
+  ASSERT_TRUE(waitUntil([&] { return display_->topLevelOf(id) != id && service.window(id); }, 10s))
+      << "the window manager never framed the window";
+
+  ASSERT_TRUE(service.moveResize(id, 200, 150, 500, 320));
+  EXPECT_TRUE(waitUntil([&] { return frameIs({200, 150, 500, 320}); }, 10s)) << describe();
+  EXPECT_EQ(service.isFullScreen(id), false);
+
+  addState("_NET_WM_STATE_MAXIMIZED_VERT", "_NET_WM_STATE_MAXIMIZED_HORZ");
+  ASSERT_TRUE(waitUntil([&] { auto w = service.window(id); return w && w->width > 1000; }, 10s)) << describe();
+  ASSERT_TRUE(service.moveResize(id, 60, 90, 420, 260));
+  EXPECT_TRUE(waitUntil([&] { return frameIs({60, 90, 420, 260}); }, 10s)) << "from maximised: " << describe();
+
+  addState("_NET_WM_STATE_FULLSCREEN", nullptr);
+  EXPECT_TRUE(waitUntil([&] { return service.isFullScreen(id) == true; }, 10s));
+  EXPECT_TRUE(waitUntil([&] { return frameIs({0, 0, 1.0 * display_->screenWidth(), 1.0 * display_->screenHeight()}); },
+                        10s))
+      << describe();
+  ASSERT_TRUE(service.leaveFullScreen(id));
+  EXPECT_TRUE(waitUntil([&] { return service.isFullScreen(id) == false && frameIs({60, 90, 420, 260}); }, 10s))
+      << describe();
+
+  shown->destroy();
+  EXPECT_TRUE(waitUntil([&] { return !service.window(id); }, 10s));
+  EXPECT_EQ(service.isFullScreen(id), std::nullopt);
+  EXPECT_FALSE(service.leaveFullScreen(id));
+  EXPECT_FALSE(service.moveResize(id, 0, 0, 100, 100));
 }
 
 }  // namespace

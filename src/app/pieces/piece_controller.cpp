@@ -119,6 +119,7 @@ PieceController::PieceController(PieceServices& services, const Registry::Entry&
       anchor_(resolved.anchor ? std::move(resolved.anchor) : std::make_shared<HiddenAnchor>(Rect{})),
       agent_(std::move(agent)),
       look_(anchor_, dropPoint, services.clock.wallSeconds()),
+      windowLayout_(services.desktop.windows, services.queue, services.surfaces),
       bondTime_(services.clock.wallSeconds()) {}
 
 PieceController::~PieceController() {
@@ -165,15 +166,16 @@ void PieceController::init(std::optional<SessionRecord> previous, bool autoConti
     if (auto self = weak.lock()) self->tick();
   });
 
-  // A window's piece opens its bubble at once; an icon's once the goo has covered it.
-  if (!quiet) {
-    if (!anchor_->isIcon()) {
-      showBubble();
-    } else {
-      services_.queue.after(0.46, [weak] {
-        if (auto self = weak.lock()) self->showBubble();
-      });
-    }
+  // A window is first given room beside it for the docked bubble, which then opens; an
+  // icon's bubble opens once the goo has covered it.
+  if (!anchor_->isIcon()) {
+    windowLayout_.makeRoom(anchor_, kDockRoom, [weak, quiet] {
+      if (auto self = weak.lock(); self && !quiet) self->showBubble();
+    });
+  } else if (!quiet) {
+    services_.queue.after(0.46, [weak] {
+      if (auto self = weak.lock()) self->showBubble();
+    });
   }
   changed();
 }

@@ -33,6 +33,7 @@
 
 #include "app/pieces/piece_state.h"
 #include "app/pieces/possession_look.h"
+#include "app/pieces/window_layout.h"
 #include "app/resolver/anchor.h"
 #include "core/agent/agent_factory.h"
 #include "core/agent/agent_transport.h"
@@ -98,6 +99,8 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   static constexpr double kKnotHoldSeconds = 0.45;
   static constexpr double kBubbleWidth = 360;
   static constexpr double kHandleSize = 40;
+  // The room a window needs beside it for the docked bubble.
+  static constexpr double kDockRoom = 414;
 
   // Builds the piece, its panels and (without `previous`) its session; with `previous`
   // it offers to resume, and takes the offer at once when `autoContinue`. `quiet` keeps
@@ -236,6 +239,7 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   std::unique_ptr<GooPanel> overlay_, handle_, bubble_;
   std::optional<TimerID> timer_, knotHold_, pickTimeout_;
   PossessionLook look_;
+  WindowLayout windowLayout_;
   double lastOcclusion_ = 0;
   double bondTime_;
   // The file or folder's identity on disk, which survives a rename or a move.

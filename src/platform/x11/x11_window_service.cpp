@@ -5,8 +5,10 @@
 #include <X11/extensions/XRes.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
+#include <initializer_list>
 #include <map>
 #include <sstream>
 
@@ -30,6 +32,13 @@ constexpr int kPopUpMenuLayer = 101;
 constexpr int kTooltipLayer = 1000;
 
 constexpr unsigned long kAllDesktops = 0xFFFFFFFF;
+
+// EWMH client messages: what a _NET_WM_STATE request does, who sends it, and the
+// gravity and present-field bits of _NET_MOVERESIZE_WINDOW.
+constexpr long kStateRemove = 0;
+constexpr long kSourcePager = 2;  // acts for the user, so the window manager doesn't second-guess it
+constexpr long kStaticGravity = 10;
+constexpr long kMoveResizeXYWidthHeight = (1 << 8) | (1 << 9) | (1 << 10) | (1 << 11);
 
 std::string latin1ToUTF8(const std::string& text) {
   std::string out;
@@ -58,8 +67,44 @@ struct X11WindowService::Impl {
   };
   std::map<int32_t, CachedApplication> applications;
 
+  // Atoms only the requests below need, interned on first use.
+  Atom netMoveResizeWindow = 0, netWMStateFullscreen = 0, netWMStateMaximizedVert = 0, netWMStateMaximizedHorz = 0;
+
   Display* dpy() const { return display->display(); }
   const X11Atoms& atoms() const { return display->atoms(); }
+
+  void internRequestAtoms() {
+    if (netMoveResizeWindow) return;
+    const char* names[] = {"_NET_MOVERESIZE_WINDOW", "_NET_WM_STATE_FULLSCREEN", "_NET_WM_STATE_MAXIMIZED_VERT",
+                           "_NET_WM_STATE_MAXIMIZED_HORZ"};
+    Atom found[4] = {};
+    XInternAtoms(dpy(), const_cast<char**>(names), 4, False, found);
+    netMoveResizeWindow = found[0];
+    netWMStateFullscreen = found[1];
+    netWMStateMaximizedVert = found[2];
+    netWMStateMaximizedHorz = found[3];
+  }
+
+  bool exists(Window window) {
+    XWindowAttributes attributes{};
+    return XGetWindowAttributes(dpy(), window, &attributes) != 0;
+  }
+
+  std::vector<unsigned long> statesOf(Window window) {
+    return display->cardinals(window, atoms().netWMState, XA_ATOM).value_or(std::vector<unsigned long>{});
+  }
+
+  // A client message about `window` to the window manager, as EWMH wants them sent.
+  void sendToWindowManager(Window window, Atom type, std::initializer_list<long> data) {
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = window;
+    event.xclient.message_type = type;
+    event.xclient.format = 32;
+    int i = 0;
+    for (long value : data) event.xclient.data.l[i++] = value;
+    XSendEvent(dpy(), display->root(), False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+  }
 
   bool hasWindowManager() {
     auto check = display->cardinals(display->root(), atoms().netSupportingWMCheck, XA_WINDOW);
@@ -338,6 +383,62 @@ bool X11WindowService::activate(uint32_t windowID) {
     XMapRaised(dpy, windowID);
     XSetInputFocus(dpy, windowID, RevertToParent, CurrentTime);
   }
+  return !d.display->errorSince(mark);
+}
+
+std::optional<bool> X11WindowService::isFullScreen(uint32_t windowID) {
+  Impl& d = *impl_;
+  if (windowID == 0) return std::nullopt;
+  d.internRequestAtoms();
+  std::optional<bool> answer;
+  if (d.exists(windowID)) {
+    std::vector<unsigned long> states = d.statesOf(windowID);
+    answer = std::find(states.begin(), states.end(), d.netWMStateFullscreen) != states.end();
+  }
+  // Every request waited for its reply: a gone window's errors are all in.
+  d.display->forgetErrors();
+  return answer;
+}
+
+bool X11WindowService::leaveFullScreen(uint32_t windowID) {
+  Impl& d = *impl_;
+  if (windowID == 0) return false;
+  d.internRequestAtoms();
+  unsigned long mark = d.display->errorMark();
+  if (!d.exists(windowID) || !d.hasWindowManager()) {
+    (void)d.display->errorSince(mark);
+    return false;
+  }
+  d.sendToWindowManager(windowID, d.atoms().netWMState,
+                        {kStateRemove, static_cast<long>(d.netWMStateFullscreen), 0, kSourcePager, 0});
+  return !d.display->errorSince(mark);
+}
+
+bool X11WindowService::moveResize(uint32_t windowID, double x, double y, double width, double height) {
+  Impl& d = *impl_;
+  if (windowID == 0 || !std::isfinite(x) || !std::isfinite(y) || !std::isfinite(width) || !std::isfinite(height))
+    return false;
+  d.internRequestAtoms();
+  long left = std::lround(x), top = std::lround(y);
+  long w = std::max(1L, std::lround(width)), h = std::max(1L, std::lround(height));
+  unsigned long mark = d.display->errorMark();
+  if (!d.exists(windowID)) {
+    (void)d.display->errorSince(mark);
+    return false;
+  }
+  if (!d.hasWindowManager()) {
+    XMoveResizeWindow(d.dpy(), windowID, static_cast<int>(left), static_cast<int>(top), static_cast<unsigned>(w),
+                      static_cast<unsigned>(h));
+    return !d.display->errorSince(mark);
+  }
+  std::vector<unsigned long> states = d.statesOf(windowID);
+  auto has = [&states](Atom state) { return std::find(states.begin(), states.end(), state) != states.end(); };
+  if (has(d.netWMStateMaximizedVert) || has(d.netWMStateMaximizedHorz))
+    d.sendToWindowManager(windowID, d.atoms().netWMState,
+                          {kStateRemove, static_cast<long>(d.netWMStateMaximizedVert),
+                           static_cast<long>(d.netWMStateMaximizedHorz), kSourcePager, 0});
+  d.sendToWindowManager(windowID, d.netMoveResizeWindow,
+                        {kStaticGravity | kMoveResizeXYWidthHeight | (kSourcePager << 12), left, top, w, h});
   return !d.display->errorSince(mark);
 }
 

@@ -40,6 +40,16 @@ class X11WindowService final : public WindowService {
   // the window manager acts on it shortly after.
   bool activate(uint32_t windowID) override;
   std::optional<uint32_t> activeWindow() override;
+  // _NET_WM_STATE_FULLSCREEN in the window's _NET_WM_STATE.
+  std::optional<bool> isFullScreen(uint32_t windowID) override;
+  // A _NET_WM_STATE request (remove full screen) from a pager; false without a window
+  // manager, which is the only one that could act on it.
+  bool leaveFullScreen(uint32_t windowID) override;
+  // _NET_MOVERESIZE_WINDOW with static gravity, so the numbers are the client area's
+  // and the window manager puts its decorations round it; a maximised window is
+  // restored first, as window managers ignore geometry requests for those. Without a
+  // window manager the window is configured directly. Numbers are rounded to pixels.
+  bool moveResize(uint32_t windowID, double x, double y, double width, double height) override;
 
  private:
   struct Impl;
