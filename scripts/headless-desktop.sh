@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
 # Runs one command inside a private headless X11 desktop and exits with its status.
 #
-#   scripts/headless-desktop.sh [--no-wm] [--services-dir DIR] command [args...]
+#   scripts/headless-desktop.sh [--no-wm] [--compositor] [--services-dir DIR] command [args...]
 #
 # The desktop: Xvfb on a display it picks itself (-displayfd, never a fixed number),
 # screen 1280x800x24 unless ZORVANE_SCREEN=WxHxD; a private XDG_RUNTIME_DIR; a session
 # D-Bus; the xfwm4 window manager with its compositor off (left out with --no-wm).
+#
+# --compositor: xcompmgr composites the screen, so windows with an alpha channel show
+# what lies below them (the compositor's pid is in $ZORVANE_COMPOSITOR_PID, for tests
+# that stop it).
 # HOME is left as the caller set it.
 #
 # --services-dir DIR: the session bus activates only the D-Bus services whose
@@ -22,15 +26,17 @@
 set -u
 
 usage() {
-  echo "usage: $0 [--no-wm] [--services-dir DIR] command [args...]" >&2
+  echo "usage: $0 [--no-wm] [--compositor] [--services-dir DIR] command [args...]" >&2
   exit 2
 }
 
 with_wm=1
+with_compositor=0
 services_dir=""
 while [ $# -gt 0 ]; do
   case "$1" in
     --no-wm) with_wm=0; shift ;;
+    --compositor) with_compositor=1; shift ;;
     --services-dir)
       [ $# -ge 2 ] || usage
       services_dir=$2; shift 2 ;;
@@ -50,6 +56,10 @@ command -v dbus-daemon >/dev/null || skip "dbus-daemon is not installed"
 if [ "$with_wm" = 1 ]; then
   command -v xfwm4 >/dev/null || skip "xfwm4 is not installed"
   command -v xprop >/dev/null || skip "xprop is not installed"
+fi
+if [ "$with_compositor" = 1 ]; then
+  command -v xcompmgr >/dev/null || skip "xcompmgr is not installed"
+  command -v xwininfo >/dev/null || skip "xwininfo is not installed"
 fi
 if [ -n "$services_dir" ] && [ ! -d "$services_dir" ]; then
   echo "headless-desktop: --services-dir $services_dir is not a folder" >&2
@@ -204,6 +214,24 @@ if [ "$with_wm" = 1 ]; then
   if [ "$ready" = 0 ]; then
     cat "$runtime/wm.log" >&2
     fail "xfwm4 did not take over the display"
+  fi
+fi
+
+# --- the compositor -----------------------------------------------------------------
+if [ "$with_compositor" = 1 ]; then
+  xcompmgr -n >"$runtime/compositor.log" 2>&1 &
+  export ZORVANE_COMPOSITOR_PID=$!
+  ready=0
+  for _ in $(seq 200); do   # up to 10 s: it owns the selection through its own window
+    if xwininfo -root -children 2>/dev/null | grep -q '"xcompmgr"'; then
+      ready=1; break
+    fi
+    alive "$ZORVANE_COMPOSITOR_PID" || break
+    sleep 0.05
+  done
+  if [ "$ready" = 0 ]; then
+    cat "$runtime/compositor.log" >&2
+    fail "xcompmgr did not start"
   fi
 fi
 

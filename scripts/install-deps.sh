@@ -17,7 +17,7 @@ packages=(
   qml6-module-qtquick qml6-module-qtquick-window
   # The headless desktop the desktop and GL tests run in, and the real applications
   # they drive.
-  xvfb xauth xfwm4 dbus dbus-x11 at-spi2-core x11-utils xdotool
+  xvfb xauth xfwm4 xcompmgr dbus dbus-x11 at-spi2-core x11-utils xdotool
   gtk-3-examples chromium thunar xfconf
   # PCManFM's desktop icons (GTK 2: its accessibility needs the GTK 2 bridge module).
   pcmanfm libatk-adaptor

@@ -64,6 +64,10 @@ InkFrameLoop::TickOutcome InkFrameLoop::tick(double now, Size viewSize, double s
   }
   frame.uniforms = InkPipeline::uniforms(scene, viewSize, scale, now, frame.binned, tile);
 
+  if (keepsScene) {
+    lastScene = std::move(scene);
+    lastTime = now;
+  }
   inFlight_ = true;
   ++counters_.handOffs;
   if (perfEnabled) {

@@ -69,6 +69,11 @@ class InkFrameLoop {
   std::function<void(const std::string&)> logLine;
   // Tile size in points for binning; 0 means InkPipeline::tile().
   double tileSize = 0;
+  // Keep a copy of the scene of each frame handed off (lastScene, lastTime), for a
+  // caller that writes out what is on screen.
+  bool keepsScene = false;
+  GooScene lastScene;
+  double lastTime = 0;
 
   // One display tick at `now` (seconds since 1970) for a view of `viewSize` points shown
   // at `scale` device pixels per point. `hasPipeline` is false once the renderer knows

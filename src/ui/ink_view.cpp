@@ -89,6 +89,7 @@ void InkView::frameTick() {
       loop_.tick(secondsSince1970(), Size{width(), height()}, scale(), !shared_->pipelineFailed, pending_);
   if (outcome != InkFrameLoop::TickOutcome::handedOff) return;
   pendingFresh_ = true;
+  if (onFrame) onFrame(pending_);
   if (!window() || !isVisible()) {
     // Nothing will render it: the frame is dropped, and the node takes the latest one
     // once there is a window.

@@ -75,6 +75,12 @@ class InkView : public QQuickItem {
 
   // Perf logging; on by default when the program was started with --perf.
   void setPerfLogging(bool on) { loop_.perfEnabled = on; }
+  // Keeps the scene of the last frame handed off (see InkFrameLoop::keepsScene).
+  void setKeepsScene(bool keep) { loop_.keepsScene = keep; }
+  const GooScene& lastScene() const { return loop_.lastScene; }
+  double lastSceneTime() const { return loop_.lastTime; }
+  // Called with each frame handed off to the renderer, on the GUI thread.
+  std::function<void(const InkFrame&)> onFrame;
 
   // The display tick (the timer's target). Public so that a caller can drive the view.
   void frameTick();

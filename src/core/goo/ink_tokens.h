@@ -15,6 +15,9 @@ namespace Surface {
 inline constexpr std::array<float, 3> voidColor{0.01f, 0.01f, 0.014f};
 // Pure black, so that goo merges with the notch.
 inline constexpr std::array<float, 3> notchVoid{0.0f, 0.0f, 0.0f};
+// The dark grey of the application's panels: what goo is drawn on where the desktop
+// can't show what lies below a window (no composition manager).
+inline constexpr std::array<float, 3> panelBackdrop{0.16f, 0.16f, 0.18f};
 }  // namespace Surface
 
 namespace Timing {

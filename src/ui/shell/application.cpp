@@ -6,7 +6,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdio>
+#include <memory>
+#include <optional>
 
 #include "app/peers/peer_server.h"
 #include "app/shell/agents.h"
@@ -21,6 +24,7 @@
 #include <QClipboard>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTimer>
 
 #include "ui/shell/qt_main_queue.h"
 #include "ui/shell/qt_surfaces.h"
@@ -131,9 +135,36 @@ void runApplication(const CommandLine& commandLine) {
     auto self = weak.lock();
     return self ? self->statusMenu() : std::vector<StatusMenuRow>{};
   });
+  // `--ink-dump <folder>`: SIGUSR1 stops every goo on its frame and writes the frames
+  // out (for comparing the screen with the reference renderer); the next SIGUSR1 lets
+  // them run again.
+  static std::optional<std::string> inkDump = commandLine.value("--ink-dump");
+  if (inkDump) surfaces.keepScenes();
   static UnixSignals unixSignals([terminate](int signal) {
-    Log::info("signal " + std::to_string(signal) + ": quitting");
-    terminate();
+    if (signal != SIGUSR1) {
+      Log::info("signal " + std::to_string(signal) + ": quitting");
+      terminate();
+      return;
+    }
+    if (!inkDump) return;
+    static bool frozen = false;
+    frozen = !frozen;
+    surfaces.setInkFrozen(frozen);
+    if (!frozen) {
+      Log::info("ink running");
+      return;
+    }
+    // The frames handed off last reach the screen first; at most a second.
+    auto* wait = new QTimer;
+    auto started = std::make_shared<int>(0);
+    QObject::connect(wait, &QTimer::timeout, [wait, started] {
+      if (surfaces.isInkInFlight() && ++*started < 100) return;
+      int written = surfaces.dumpInk(*inkDump);
+      Log::info("ink frozen: " + std::to_string(written) + " frames in " + *inkDump);
+      wait->stop();
+      wait->deleteLater();
+    });
+    wait->start(10);
   });
 
   delegate->applicationDidFinishLaunching();

@@ -1,16 +1,24 @@
 #include "ui/shell/qt_surfaces.h"
 
+#include <QColor>
 #include <QCursor>
 #include <QGuiApplication>
 #include <QMouseEvent>
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QScreen>
+#include <QRegion>
 #include <QSurfaceFormat>
+#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
 
+#include "core/base/file_io.h"
+#include "core/base/json_value.h"
+#include "core/base/log.h"
+#include "core/goo/ink_tokens.h"
+#include "core/ink/goo_scene_coding.h"
 #include "platform/compositor.h"
 #include "ui/ink_view.h"
 #include "ui/shell/space.h"
@@ -22,6 +30,8 @@ namespace zorvane {
 struct PanelStack {
   std::vector<QtPanel*> panels;
   uint64_t fronts = 0;
+  bool composited = true;
+  bool keepsScenes = false;
 };
 
 // Takes the left button over the whole panel and reports the gesture in screen
@@ -113,6 +123,7 @@ QtPanel::QtPanel(const PanelOptions& options, std::shared_ptr<PanelStack> stack)
   window_->setTitle(QString::fromStdString(options_.name));
   window_->setObjectName(window_->title());
   stack_->panels.push_back(this);
+  if (!stack_->composited) setComposited(false);
 }
 
 QtPanel::~QtPanel() {
@@ -165,6 +176,8 @@ void QtPanel::setInk(int framesPerSecond, InkScene scene) {
     fillParent(ink_);
     ink_->setClipRects(clip_);
     ink_->setPaused(!window_->isVisible());
+    ink_->setKeepsScene(stack_->keepsScenes);
+    ink_->onFrame = [this](const InkFrame& frame) { frameHandedOff(frame); };
   }
   ink_->setPreferredFramesPerSecond(framesPerSecond);
   ink_->setScene(std::move(scene));
@@ -176,6 +189,7 @@ void QtPanel::setInkRate(int framesPerSecond) {
 
 void QtPanel::setInkClip(std::optional<std::vector<Rect>> rects) {
   clip_ = std::move(rects);
+  shape_.clear();  // the window's cut is worked out again with the next frame
   if (ink_) ink_->setClipRects(clip_);
 }
 
@@ -186,6 +200,54 @@ void QtPanel::setPointerHandlers(PointerHandlers handlers) {
     fillParent(pointer_);
   }
   pointer_->setHandlers(std::move(handlers));
+}
+
+void QtPanel::setComposited(bool composited) {
+  if (composited == composited_) return;
+  composited_ = composited;
+  shape_.clear();
+  if (composited) {
+    window_->setColor(Qt::transparent);
+    window_->setMask(QRegion());
+    return;
+  }
+  const auto& grey = Ink::Surface::panelBackdrop;
+  window_->setColor(QColor::fromRgbF(grey[0], grey[1], grey[2]));
+  // Nothing of the window shows until its goo has a frame.
+  window_->setMask(QRegion(0, 0, 1, 1));
+}
+
+void QtPanel::frameHandedOff(const InkFrame& frame) {
+  if (composited_) return;
+  // The tiles the frame colours, a row at a time, runs of neighbours merged.
+  std::vector<QRect> shape;
+  const InkPipeline::Binned& binned = frame.binned;
+  if (frame.hasShapes()) {
+    double tile = binned.tileSize;
+    for (int row = 0; row < binned.tilesY; ++row) {
+      int run = -1;
+      for (int column = 0; column <= binned.tilesX; ++column) {
+        size_t index = size_t(row) * binned.tilesX + column;
+        bool covered = column < binned.tilesX && 2 * index + 1 < binned.ranges.size() && binned.ranges[2 * index + 1] > 0;
+        if (covered && run < 0) run = column;
+        if (covered || run < 0) continue;
+        int x0 = int(std::floor(run * tile)), x1 = int(std::ceil(column * tile));
+        int y0 = int(std::floor(row * tile)), y1 = int(std::ceil((row + 1) * tile));
+        shape.emplace_back(x0, y0, x1 - x0, y1 - y0);
+        run = -1;
+      }
+    }
+  }
+  if (shape == shape_) return;
+  shape_ = shape;
+  QRegion region;
+  for (const QRect& rect : shape) region += rect;
+  if (clip_) {
+    QRegion clip;
+    for (const Rect& rect : *clip_) clip += pixelRect(rect);
+    region &= clip;
+  }
+  window_->setMask(region.isEmpty() ? QRegion(0, 0, 1, 1) : region);
 }
 
 void QtPanel::updateShown() {
@@ -217,9 +279,71 @@ QtSurfaces::QtSurfaces() : stack_(std::make_shared<PanelStack>()) {
   QObject::connect(app, &QGuiApplication::screenRemoved, &context_, [this] { screensChanged(); });
   QObject::connect(app, &QGuiApplication::primaryScreenChanged, &context_, [this] { screensChanged(); });
   for (QScreen* screen : QGuiApplication::screens()) watchScreen(screen);
+  checkCompositor();
+  // A compositor may start or stop while the application runs; looking every two
+  // seconds costs a round trip to the X server.
+  auto* timer = new QTimer(&context_);
+  QObject::connect(timer, &QTimer::timeout, &context_, [this] { checkCompositor(); });
+  timer->start(2000);
 }
 
 QtSurfaces::~QtSurfaces() = default;
+
+void QtSurfaces::checkCompositor() {
+  bool now = compositorRunning();
+  if (checkedCompositor_ && now == composited_) return;
+  bool first = !checkedCompositor_;
+  checkedCompositor_ = true;
+  if (!first || !now) {
+    Log::info(now ? "compositor running: the goo is drawn over what lies below again"
+                  : "no compositor: the goo is drawn on an opaque backdrop (start one, such as xcompmgr or picom, "
+                    "for transparency)");
+  }
+  composited_ = now;
+  stack_->composited = now;
+  for (QtPanel* panel : stack_->panels) panel->setComposited(now);
+}
+
+void QtSurfaces::keepScenes() {
+  stack_->keepsScenes = true;
+  for (QtPanel* panel : stack_->panels)
+    if (panel->inkView()) panel->inkView()->setKeepsScene(true);
+}
+
+void QtSurfaces::setInkFrozen(bool frozen) {
+  for (QtPanel* panel : stack_->panels) {
+    InkView* ink = panel->inkView();
+    if (!ink) continue;
+    ink->setPaused(frozen || !panel->window()->isVisible());
+  }
+}
+
+bool QtSurfaces::isInkInFlight() const {
+  for (QtPanel* panel : stack_->panels)
+    if (panel->inkView() && panel->inkView()->isInFlight()) return true;
+  return false;
+}
+
+int QtSurfaces::dumpInk(const std::string& folder) const {
+  int written = 0;
+  for (size_t i = 0; i < stack_->panels.size(); ++i) {
+    QtPanel* panel = stack_->panels[i];
+    InkView* ink = panel->inkView();
+    if (!ink || !panel->isVisible() || !panel->window()->isVisible()) continue;
+    JSONValue json = encodeGooScene(ink->lastScene());
+    Rect frame = panel->frame();
+    json["panel"] = panel->options().name;
+    json["frame"] = {frame.x, frame.y, frame.width, frame.height};
+    json["size"] = {ink->width(), ink->height()};
+    json["scale"] = ink->scale();
+    json["time"] = ink->lastSceneTime();
+    std::string name;
+    for (char c : panel->options().name) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '-';
+    std::string path = folder + "/" + std::to_string(i) + "-" + name + ".json";
+    if (writeFileAtomically(path, json.dump(2))) ++written;
+  }
+  return written;
+}
 
 void QtSurfaces::prepareGraphics() {
   QQuickWindow::setGraphicsApi(QSGRendererInterface::OpenGL);
@@ -262,6 +386,5 @@ Point QtSurfaces::pointer() const {
   return Space::current().toNative(Point{double(logical.x()), double(logical.y())});
 }
 
-bool QtSurfaces::isComposited() const { return compositorRunning(); }
 
 }  // namespace zorvane

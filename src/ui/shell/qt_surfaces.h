@@ -14,6 +14,10 @@
 // order they were last put in front. A panel with an empty frame is not shown until it
 // gets one; while not shown its goo stops ticking.
 //
+// Without a composition manager a window's transparent pixels would show black: the
+// panels are then painted in the panels' dark grey, and each is cut (its X shape) to
+// the tiles its goo covers in the last frame, so what lies below shows everywhere else.
+//
 // Content: an InkView filling the window, made on the first `setInk`; above it, once
 // pointer handlers are set, an item that takes the left button and reports screen
 // coordinates; every down gets its up, also when the grab is lost mid-drag. Handlers
@@ -27,9 +31,13 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
+#include <QRect>
+
 #include "platform/surfaces.h"
+#include "ui/ink_frame_loop.h"
 
 class QQuickWindow;
 class QScreen;
@@ -62,11 +70,15 @@ class QtPanel final : public GooPanel {
 
   // The panel's window, for the views that put items over the goo, and for tests.
   QQuickWindow* window() const { return window_; }
+  InkView* inkView() const { return ink_; }
+  // Whether transparent pixels show what lies below (see the class comment).
+  void setComposited(bool composited);
 
  private:
   // Shows the window when the panel is visible and has a frame, hides it otherwise.
   void updateShown();
   void raiseHigherPanels();
+  void frameHandedOff(const InkFrame& frame);
 
   PanelOptions options_;
   std::shared_ptr<PanelStack> stack_;
@@ -77,6 +89,8 @@ class QtPanel final : public GooPanel {
   Rect frame_;
   bool visible_ = false;
   uint64_t frontOrder_ = 0;  // when it was last put in front; 0: never
+  bool composited_ = true;
+  std::vector<QRect> shape_;  // the goo's tiles in the last frame, without a compositor
 };
 
 class QtSurfaces final : public Surfaces {
@@ -92,15 +106,31 @@ class QtSurfaces final : public Surfaces {
   std::unique_ptr<GooPanel> makePanel(const PanelOptions& options) override;
   std::vector<ScreenInfo> screens() const override;
   Point pointer() const override;
-  // Asks the X server each time (platform/compositor.h).
-  bool isComposited() const override;
+  // As last seen: the compositor is looked for at the start and every two seconds.
+  bool isComposited() const override { return composited_; }
+
+  // From now on every panel keeps the scene of its last frame, for dumpInk.
+  void keepScenes();
+  // Stops (or restarts) every panel's goo on its current frame, for writing out what is
+  // on screen.
+  void setInkFrozen(bool frozen);
+  // Whether some panel's last frame has not reached the screen yet.
+  bool isInkInFlight() const;
+  // Writes the last frame of every shown panel with goo to `folder` as JSON: the scene
+  // (the ink tool's format) with the panel's name, its frame in screen pixels, and the
+  // size, scale and time the frame was drawn at (after keepScenes). Answers how many
+  // were written.
+  int dumpInk(const std::string& folder) const;
 
  private:
   void watchScreen(QScreen* screen);
   void screensChanged();
+  void checkCompositor();
 
   std::shared_ptr<PanelStack> stack_;
   QObject context_;  // the receiver of the screens' signals
+  bool composited_ = true;
+  bool checkedCompositor_ = false;
 };
 
 }  // namespace zorvane

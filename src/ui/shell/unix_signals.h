@@ -1,5 +1,6 @@
-// UnixSignals: turns SIGTERM, SIGINT and SIGHUP into a call on the GUI thread, so the
-// application can quit the way it quits from its menu (saving, ending its children).
+// UnixSignals: turns SIGTERM, SIGINT, SIGHUP and SIGUSR1 into a call on the GUI thread,
+// so the application can quit the way it quits from its menu (saving, ending its
+// children), and be asked to write out what it shows.
 //
 // The handler does the one thing a signal handler may: it writes the signal's number
 // to a pipe. A QSocketNotifier on the other end reads it in the event loop and calls
@@ -33,7 +34,7 @@ class UnixSignals final {
  private:
   void readSignals();
 
-  static constexpr int kSignals[] = {SIGTERM, SIGINT, SIGHUP};
+  static constexpr int kSignals[] = {SIGTERM, SIGINT, SIGHUP, SIGUSR1};
 
   std::function<void(int)> onSignal_;
   int pipe_[2] = {-1, -1};
