@@ -7,9 +7,9 @@
 # screen 1280x800x24 unless ZORVANE_SCREEN=WxHxD; a private XDG_RUNTIME_DIR; a session
 # D-Bus; the xfwm4 window manager with its compositor off (left out with --no-wm).
 #
-# --compositor: xcompmgr composites the screen, so windows with an alpha channel show
-# what lies below them (the compositor's pid is in $ZORVANE_COMPOSITOR_PID, for tests
-# that stop it).
+# --compositor (or ZORVANE_DESKTOP_COMPOSITOR=1 in the environment): xcompmgr composites
+# the screen, so windows with an alpha channel show what lies below them (the
+# compositor's pid is in $ZORVANE_COMPOSITOR_PID, for tests that stop it).
 # HOME is left as the caller set it.
 #
 # --services-dir DIR: the session bus activates only the D-Bus services whose
@@ -31,7 +31,7 @@ usage() {
 }
 
 with_wm=1
-with_compositor=0
+with_compositor=${ZORVANE_DESKTOP_COMPOSITOR:-0}
 services_dir=""
 while [ $# -gt 0 ]; do
   case "$1" in

@@ -19,6 +19,8 @@ packages=(
   # they drive.
   xvfb xauth xfwm4 xcompmgr dbus dbus-x11 at-spi2-core x11-utils xdotool
   gtk-3-examples chromium thunar xfconf
+  # The integration tests capture and compare the screen with Python's imaging module.
+  python3-pil
   # PCManFM's desktop icons (GTK 2: its accessibility needs the GTK 2 bridge module).
   pcmanfm libatk-adaptor
 )

@@ -20,33 +20,12 @@ import sys
 import tempfile
 import time
 
-from app_checks import check, read_text, summary, wait_for
-import urllib.parse
+from app_checks import check, file_row_point, read_text, summary, wait_for
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 STANDINS = os.path.join(os.path.dirname(HERE), "fixtures", "bin")
 HUB = "00000000-0000-4000-8000-00000000171c"
 CLAUDE_SCENARIO = {"turns": [[{"init": True}, {"text": "Reading."}, {"echoPrompt": True}]]}
-
-def file_row_point(probe, path):
-    """A screen point over the file's row in Thunar's window, found by asking the drop
-    resolver along a column of points."""
-    search = subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--class", "Thunar"],
-                            capture_output=True, text=True, timeout=20)
-    windows = search.stdout.split()
-    if not windows:
-        return None
-    geometry = subprocess.run(["xdotool", "getwindowgeometry", "--shell", windows[-1]],
-                              capture_output=True, text=True, timeout=10).stdout
-    values = dict(line.split("=", 1) for line in geometry.split() if "=" in line)
-    x0, y0 = int(values["X"]), int(values["Y"])
-    for dy in range(30, 400, 8):
-        point = "%d,%d" % (x0 + 450, y0 + dy)  # the list, right of the side pane
-        out = subprocess.run([probe, "resolve", point], capture_output=True, text=True, timeout=20).stdout
-        if '"file"' in out and urllib.parse.quote(os.path.basename(path)) in out:
-            return point
-    return None
-
 
 def ask_piece(socket_path, message):
     request = {"op": "ask", "from": HUB, "to": "", "message": message}

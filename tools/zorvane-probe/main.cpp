@@ -3,10 +3,12 @@
 //
 //   zorvane-probe resolve X,Y
 //   zorvane-probe restore '{"file": {"_0": "file:///tmp/a.txt"}}'
+//   zorvane-probe element X,Y
 //
 // An answer is printed as the target's JSON, its targetKey, and the anchor's kind,
 // frame, window number and on-screen flag, one per line; when nothing is found, one
-// line says so. Exit status: 0 with an answer, 1 with none, 2 for bad arguments or no
+// line says so. `element` prints the accessibility element of the topmost window at the
+// point, as the accessibility bus tells it: role, title and value, one per line. Exit status: 0 with an answer, 1 with none, 2 for bad arguments or no
 // display. A restore waits for its answer on a run loop, at most 30 seconds.
 #include <cstdio>
 #include <cstdlib>
@@ -27,7 +29,8 @@ constexpr double kRestoreLimitSeconds = 30;
 int usage() {
   std::fprintf(stderr,
                "usage: zorvane-probe resolve X,Y\n"
-               "       zorvane-probe restore '<target JSON>'\n");
+               "       zorvane-probe restore '<target JSON>'\n"
+               "       zorvane-probe element X,Y\n");
   return 2;
 }
 
@@ -69,7 +72,7 @@ std::optional<Point> parsePoint(const std::string& text) {
 int run(int argc, char** argv) {
   if (argc != 3) return usage();
   std::string mode = argv[1];
-  if (mode != "resolve" && mode != "restore") return usage();
+  if (mode != "resolve" && mode != "restore" && mode != "element") return usage();
   if (!std::getenv("DISPLAY")) {
     std::fprintf(stderr, "zorvane-probe: no X display ($DISPLAY is not set)\n");
     return 2;
@@ -77,13 +80,25 @@ int run(int argc, char** argv) {
   std::unique_ptr<Desktop> desktop = Desktop::open();
   DesktopServices& services = desktop->services();
 
-  if (mode == "resolve") {
+  if (mode == "resolve" || mode == "element") {
     std::optional<Point> point = parsePoint(argv[2]);
     if (!point) {
       std::fprintf(stderr, "zorvane-probe: expected a point as X,Y, not '%s'\n", argv[2]);
       return 2;
     }
     DropResolver resolver(services);
+    if (mode == "element") {
+      for (const DropResolver::WindowInfo& window : resolver.onScreenWindows()) {
+        if (!window.frame.contains(*point)) continue;
+        auto element = services.accessibility.elementAt(window.pid, *point);
+        if (!element) break;
+        std::printf("role: %s\ntitle: %s\nvalue: %s\n", element->role().c_str(), element->title().c_str(),
+                    element->value().value_or("").c_str());
+        return 0;
+      }
+      std::printf("no element at %s\n", argv[2]);
+      return 1;
+    }
     return print(resolver.resolve(*point), "nothing at " + std::string(argv[2]));
   }
 

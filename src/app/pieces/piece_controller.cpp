@@ -183,15 +183,18 @@ void PieceController::init(std::optional<SessionRecord> previous, bool autoConti
 void PieceController::buildViews() {
   overlay_->setFrame(anchor_->frame().grownBy(PossessionLook::kMargin));
   std::weak_ptr<PieceController> weak = weak_from_this();
-  overlay_->setInk(60, [weak](double t, Size) {
+  overlay_->setInk(kActiveRate, [weak](double t, Size) {
     auto self = weak.lock();
     if (!self) return GooScene{};
     self->look_.mood = self->state_.mood;
+    self->overlay_->setInkRate(self->isLively(t) ? kActiveRate : kRestRate);
     return self->look_.scene(t);
   });
-  handle_->setInk(60, [weak](double t, Size) {
+  handle_->setInk(kActiveRate, [weak](double t, Size) {
     auto self = weak.lock();
-    return self ? self->handleScene(t) : GooScene{};
+    if (!self) return GooScene{};
+    self->handle_->setInkRate(self->isLively(t) ? kActiveRate : kRestRate);
+    return self->handleScene(t);
   });
   handle_->setPointerHandlers({
       [weak](Point p) {
@@ -204,6 +207,15 @@ void PieceController::buildViews() {
         if (auto self = weak.lock()) self->knotUp(p, moved);
       },
   });
+}
+
+bool PieceController::isLively(double t) const {
+  if (retired_ || state_.mood != Mood::idle || state_.busy) return true;
+  if (t - bondTime_ < kFloodSeconds * Ink::Timing::slowMotion()) return true;
+  if (look_.ripple && t - *look_.ripple < 1.6) return true;
+  for (const Tentacle& tentacle : tentacles_)
+    if (tentacle.readingSince || t < tentacle.flareUntil) return true;
+  return false;
 }
 
 GooScene PieceController::handleScene(double t) const {

@@ -99,6 +99,16 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   static constexpr double kKnotHoldSeconds = 0.45;
   static constexpr double kBubbleWidth = 360;
   static constexpr double kHandleSize = 40;
+  // Frame rates of the overlay and the knot. The flood, a working or asking mood, a
+  // ripple and the retreat move the goo by tens of points a second: 60. A settled idle
+  // look only breathes (its border's edge moves under 3 points a second), so at 24 a
+  // frame moves it by about a tenth of a point: the same to the eye, for 40 % of the work.
+  static constexpr int kActiveRate = 60;
+  static constexpr int kRestRate = 24;
+  // How long after the bond the flood and its strands run.
+  static constexpr double kFloodSeconds = 1.2;
+  // Whether the piece's goo moves fast at `t` (seconds since 1970), see kActiveRate.
+  [[nodiscard]] bool isLively(double t) const;
   // The room a window needs beside it for the docked bubble.
   static constexpr double kDockRoom = 414;
 

@@ -189,9 +189,15 @@ void AppDelegate::buildSurfaces() {
   onboarding_ = context_.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true});
   tentacleLayer_ = context_.surfaces.makePanel({"tentacles", PanelLevel::overlay, true, false});
   std::weak_ptr<AppDelegate> weak = weak_from_this();
-  tentacleLayer_->setInk(60, [weak](double t, Size) {
+  tentacleLayer_->setInk(PieceController::kActiveRate, [weak](double t, Size) {
     auto self = weak.lock();
-    return self ? self->tentacleScene(t) : GooScene{};
+    if (!self) return GooScene{};
+    // The strands to the bubbles and the idle arms sway slowly; busy or reading pieces
+    // send bulges along them.
+    bool lively = std::any_of(self->pieces_.begin(), self->pieces_.end(),
+                              [t](const auto& entry) { return entry.second->isLively(t); });
+    self->tentacleLayer_->setInkRate(lively ? PieceController::kActiveRate : PieceController::kRestRate);
+    return self->tentacleScene(t);
   });
   if (auto screen = primaryScreen(context_.surfaces.screens())) {
     notch_ = NotchController::make(context_.surfaces, context_.queue, context_.clock, *screen);
