@@ -58,9 +58,10 @@ def window_of(*search):
 
 
 def geometry(window):
-    out = xdotool("getwindowgeometry", "--shell", window)
-    values = dict(line.split("=", 1) for line in out.split() if "=" in line)
-    return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
+    """The window's client area in screen pixels, as the X server tells it."""
+    out = subprocess.run(["xwininfo", "-id", str(window)], capture_output=True, text=True, timeout=20).stdout
+    value = lambda name: int(re.search(name + r":\s+(-?\d+)", out).group(1))
+    return value("Absolute upper-left X"), value("Absolute upper-left Y"), value("Width"), value("Height")
 
 
 def drag(start, end, steps=40, pause=0.015, midway=None):
@@ -317,15 +318,18 @@ def run_app(zorvane, probe, ink, widget_app, gallery_folder, work, row, note, br
     _, _, cx, cy, cw, ch = layout.split()
     box = (wx + int(cx) + 8, wy + int(cy) + int(ch) // 2)
     drag(notch, (wx + ww // 2, wy + wh // 2))
-    check(wait_for(lambda: bonds() >= 3, 15), "a piece is pulled onto the check box window")
+    check(wait_for(lambda: bonds() >= 3, 15), "a piece is pulled onto the check box window (%s; window %s at %s)" % (
+        " | ".join(read_text(log).splitlines()[-4:]), window_id, (wx, wy, ww, wh)))
     time.sleep(1.0)
+    gallery.shot("over-a-window", goo)
     xdotool("mousemove", *box)
     time.sleep(0.2)
     xdotool("click", 1)
     checked = wait_for(lambda: "checked 1" in lines, 10)
     element = subprocess.run([probe, "element", "%d,%d" % box], capture_output=True, text=True, timeout=30).stdout
     check(checked and "value: 1" in element,
-          "a click under the piece's overlay reaches the check box (%s)" % element.replace("\n", "; "))
+          "a click under the piece's overlay reaches the check box (%s; clicked at %s; %s)" % (
+              element.replace("\n", "; "), box, [l for l in lines if l.startswith("layout")]))
 
     app.send_signal(signal.SIGTERM)
     try:
