@@ -168,6 +168,7 @@ void QtPanel::setClickThrough(bool clickThrough) {
   if (clickThrough == options_.clickThrough) return;
   options_.clickThrough = clickThrough;
   window_->setFlag(Qt::WindowTransparentForInput, clickThrough);
+  updateCut();
 }
 
 void QtPanel::setInk(int framesPerSecond, InkScene scene) {
@@ -213,12 +214,19 @@ void QtPanel::setComposited(bool composited) {
   }
   const auto& grey = Ink::Surface::panelBackdrop;
   window_->setColor(QColor::fromRgbF(grey[0], grey[1], grey[2]));
-  // Nothing of the window shows until its goo has a frame.
-  window_->setMask(QRegion(0, 0, 1, 1));
+  updateCut();
+}
+
+void QtPanel::updateCut() {
+  if (composited_) return;
+  shape_.clear();
+  // A panel that takes the pointer keeps all of its area; one the pointer passes through
+  // shows nothing until its goo has a frame.
+  window_->setMask(options_.clickThrough ? QRegion(0, 0, 1, 1) : QRegion());
 }
 
 void QtPanel::frameHandedOff(const InkFrame& frame) {
-  if (composited_) return;
+  if (composited_ || !options_.clickThrough) return;
   // The tiles the frame colours, a row at a time, runs of neighbours merged.
   std::vector<QRect> shape;
   const InkPipeline::Binned& binned = frame.binned;

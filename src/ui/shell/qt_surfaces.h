@@ -15,8 +15,9 @@
 // gets one; while not shown its goo stops ticking.
 //
 // Without a composition manager a window's transparent pixels would show black: the
-// panels are then painted in the panels' dark grey, and each is cut (its X shape) to
-// the tiles its goo covers in the last frame, so what lies below shows everywhere else.
+// panels are then painted in the panels' dark grey, and each click-through panel (the
+// goo round a target, the drag layer, the resting notch) is cut (its X shape) to the
+// tiles its goo covers in the last frame, so what lies below shows everywhere else.
 //
 // Content: an InkView filling the window, made on the first `setInk`; above it, once
 // pointer handlers are set, an item that takes the left button and reports screen
@@ -79,6 +80,7 @@ class QtPanel final : public GooPanel {
   void updateShown();
   void raiseHigherPanels();
   void frameHandedOff(const InkFrame& frame);
+  void updateCut();
 
   PanelOptions options_;
   std::shared_ptr<PanelStack> stack_;
@@ -108,6 +110,8 @@ class QtSurfaces final : public Surfaces {
   Point pointer() const override;
   // As last seen: the compositor is looked for at the start and every two seconds.
   bool isComposited() const override { return composited_; }
+  // Looks for the compositor now, and tells the panels when it came or went.
+  void checkCompositor();
 
   // From now on every panel keeps the scene of its last frame, for dumpInk.
   void keepScenes();
@@ -125,7 +129,6 @@ class QtSurfaces final : public Surfaces {
  private:
   void watchScreen(QScreen* screen);
   void screensChanged();
-  void checkCompositor();
 
   std::shared_ptr<PanelStack> stack_;
   QObject context_;  // the receiver of the screens' signals

@@ -1,5 +1,6 @@
-// QtSurfaces::isComposited follows the X server's compositing-manager selection; a test
-// window stands in for a composition manager by owning it. X11's headers come last:
+// QtSurfaces::isComposited follows the X server's compositing-manager selection, and the
+// panels are painted on an opaque backdrop while nobody composites; a test window stands
+// in for a composition manager by owning the selection. X11's headers come last:
 // their macros clash with Qt's and GoogleTest's names.
 #include "ui/shell/qt_surfaces.h"
 
@@ -7,6 +8,8 @@
 
 #include <cstdlib>
 #include <string>
+
+#include <QQuickWindow>
 
 #include "ui/ink_test_scenes.h"
 
@@ -23,15 +26,22 @@ TEST(QtSurfaces, IsCompositedWhileTheCompositorSelectionHasAnOwner) {
   Atom selection = XInternAtom(display, ("_NET_WM_CM_S" + std::to_string(DefaultScreen(display))).c_str(), False);
   if (XGetSelectionOwner(display, selection) != 0) GTEST_SKIP() << "a composition manager runs on this display";
   EXPECT_FALSE(surfaces.isComposited());
+  auto panel = surfaces.makePanel({"goo", PanelLevel::overlay, true, false});
+  QQuickWindow* window = static_cast<QtPanel&>(*panel).window();
+  EXPECT_EQ(window->color().alpha(), 255) << "never black where the goo is transparent";
 
   Window standIn = XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
   XSetSelectionOwner(display, selection, standIn, CurrentTime);
   XSync(display, False);
+  surfaces.checkCompositor();
   EXPECT_TRUE(surfaces.isComposited());
+  EXPECT_EQ(window->color().alpha(), 0);
 
   XDestroyWindow(display, standIn);  // the selection loses its owner with it
   XSync(display, False);
+  surfaces.checkCompositor();
   EXPECT_FALSE(surfaces.isComposited());
+  EXPECT_EQ(window->color().alpha(), 255);
   XCloseDisplay(display);
 }
 
