@@ -293,7 +293,9 @@ TEST(DevToolsBrowserScripting, MatchesAWindowToItsFrontTab) {
     SCOPED_TRACE(test.title + " at " + std::to_string(test.frame.x) + "," + std::to_string(test.frame.width));
     DevToolsPageMatch match = matchWindowPage(test.frame, test.title, test.withTwin ? twins : pages);
     EXPECT_EQ(match.kind, test.kind);
-    if (test.kind == Kind::found) EXPECT_EQ(match.index, test.index);
+    if (test.kind == Kind::found) {
+      EXPECT_EQ(match.index, test.index);
+    }
   }
 }
 

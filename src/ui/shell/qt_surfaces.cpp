@@ -36,40 +36,58 @@ struct PanelStack {
 
 // Takes the left button over the whole panel and reports the gesture in screen
 // coordinates. `moved` sticks once the pointer went more than 4 points from the press.
-// Every down gets its up: if the grab is lost (the window hidden mid-drag), the up comes
-// where the pointer was last seen.
-class PanelPointerArea final : public QQuickItem {
+// It watches the window's own events rather than being an item: Qt Quick drops an
+// item's grab when the application loses focus (a window that opens elsewhere mid-pull),
+// while the X server keeps sending the pointer to the window that was pressed until the
+// button goes up. Every down gets its up: when the window is hidden mid-drag, the up
+// comes where the pointer was last seen.
+class PanelPointer final : public QObject {
  public:
-  explicit PanelPointerArea(QQuickItem* parent) : QQuickItem(parent) {}
+  explicit PanelPointer(QWindow* window) : QObject(window) { window->installEventFilter(this); }
 
   void setHandlers(PointerHandlers handlers) {
     handlers_ = std::move(handlers);
-    bool any = handlers_.onDown || handlers_.onDrag || handlers_.onUp;
-    setAcceptedMouseButtons(any ? Qt::LeftButton : Qt::NoButton);
+    if (!handlers_.onDown && !handlers_.onDrag && !handlers_.onUp) pressed_ = false;
   }
 
  protected:
-  void mousePressEvent(QMouseEvent* event) override {
-    event->accept();
-    press_ = last_ = event->globalPosition();
-    pressed_ = true;
-    moved_ = false;
-    // A copy: the handler may replace the handlers, or destroy the panel.
-    if (auto onDown = handlers_.onDown) onDown(screenPoint(event));
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    bool any = handlers_.onDown || handlers_.onDrag || handlers_.onUp;
+    switch (event->type()) {
+      case QEvent::MouseButtonPress:
+      case QEvent::MouseButtonDblClick: {
+        auto* mouse = static_cast<QMouseEvent*>(event);
+        if (!any || mouse->button() != Qt::LeftButton) return any;
+        if (event->type() == QEvent::MouseButtonDblClick || pressed_) return true;
+        press_ = last_ = mouse->globalPosition();
+        pressed_ = true;
+        moved_ = false;
+        // A copy: the handler may replace the handlers, or destroy the panel.
+        if (auto onDown = handlers_.onDown) onDown(screenPoint(last_));
+        return true;
+      }
+      case QEvent::MouseMove: {
+        if (!pressed_) return any;
+        last_ = static_cast<QMouseEvent*>(event)->globalPosition();
+        QPointF travel = last_ - press_;
+        moved_ = moved_ || std::hypot(travel.x(), travel.y()) > 4;
+        if (auto onDrag = handlers_.onDrag) onDrag(screenPoint(last_));
+        return true;
+      }
+      case QEvent::MouseButtonRelease: {
+        auto* mouse = static_cast<QMouseEvent*>(event);
+        if (!pressed_ || mouse->button() != Qt::LeftButton) return any;
+        last_ = mouse->globalPosition();
+        up();
+        return true;
+      }
+      case QEvent::Hide:
+        up();
+        return false;
+      default:
+        return QObject::eventFilter(watched, event);
+    }
   }
-  void mouseMoveEvent(QMouseEvent* event) override {
-    event->accept();
-    last_ = event->globalPosition();
-    QPointF travel = last_ - press_;
-    moved_ = moved_ || std::hypot(travel.x(), travel.y()) > 4;
-    if (auto onDrag = handlers_.onDrag) onDrag(screenPoint(event));
-  }
-  void mouseReleaseEvent(QMouseEvent* event) override {
-    event->accept();
-    last_ = event->globalPosition();
-    up();
-  }
-  void mouseUngrabEvent() override { up(); }
 
  private:
   void up() {
@@ -77,7 +95,6 @@ class PanelPointerArea final : public QQuickItem {
     pressed_ = false;
     if (auto onUp = handlers_.onUp) onUp(screenPoint(last_), moved_);
   }
-  static Point screenPoint(const QMouseEvent* event) { return screenPoint(event->globalPosition()); }
   static Point screenPoint(QPointF global) { return Space::current().toNative(Point{global.x(), global.y()}); }
 
   PointerHandlers handlers_;
@@ -195,11 +212,7 @@ void QtPanel::setInkClip(std::optional<std::vector<Rect>> rects) {
 }
 
 void QtPanel::setPointerHandlers(PointerHandlers handlers) {
-  if (!pointer_) {
-    pointer_ = new PanelPointerArea(window_->contentItem());
-    pointer_->setZ(1);  // over the goo
-    fillParent(pointer_);
-  }
+  if (!pointer_) pointer_ = new PanelPointer(window_);
   pointer_->setHandlers(std::move(handlers));
 }
 

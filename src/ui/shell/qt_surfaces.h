@@ -46,7 +46,7 @@ class QScreen;
 namespace zorvane {
 
 class InkView;
-class PanelPointerArea;
+class PanelPointer;
 struct PanelStack;
 
 class QtPanel final : public GooPanel {
@@ -86,7 +86,7 @@ class QtPanel final : public GooPanel {
   std::shared_ptr<PanelStack> stack_;
   QQuickWindow* window_;                // owned; deleted later (see the class comment)
   InkView* ink_ = nullptr;              // owned by the window's content item
-  PanelPointerArea* pointer_ = nullptr; // likewise
+  PanelPointer* pointer_ = nullptr;    // a child of the window
   std::optional<std::vector<Rect>> clip_;
   Rect frame_;
   bool visible_ = false;

@@ -11,6 +11,7 @@
 #include <QQuickWindow>
 #include <QRasterWindow>
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -19,6 +20,9 @@
 #include "ui/ink_test_scenes.h"
 #include "ui/shell/qt_test_support.h"
 #include "ui/shell/space.h"
+
+// Last: its macros would clash with the headers above.
+#include <X11/Xlib.h>
 
 namespace zorvane {
 
@@ -121,6 +125,31 @@ TEST(QtSurfaces, PanelsStandWherePlacedStackByLevelAndCatchOrPassThePointer) {
   EXPECT_EQ(overlayEvents.back(), "up 230,210 moved");
   gesture("mousemove 203 200");
   EXPECT_EQ(overlayEvents.back(), "up 203,200");
+  EXPECT_EQ(target.presses, 0);
+
+  // Another window takes the focus mid-drag: the gesture goes on to the real release.
+  overlayEvents.clear();
+  ASSERT_TRUE(run("xdotool mousemove 200 200 mousedown 1 mousemove 215 205"));
+  ASSERT_TRUE(testing::waitFor([&] { return overlayEvents.size() >= 2; }));
+  {
+    // Another program's window: the application stops being the active one.
+    Display* other = XOpenDisplay(nullptr);
+    ASSERT_NE(other, nullptr);
+    Window window = XCreateSimpleWindow(other, DefaultRootWindow(other), 600, 400, 80, 60, 0, 0, 0);
+    XMapRaised(other, window);
+    XSync(other, False);
+    ASSERT_TRUE(testing::waitFor([&] {
+      XSetInputFocus(other, window, RevertToParent, CurrentTime);
+      XSync(other, False);
+      return QGuiApplication::applicationState() == Qt::ApplicationInactive;
+    }));
+    XDestroyWindow(other, window);
+    XCloseDisplay(other);
+  }
+  ASSERT_TRUE(run("xdotool mousemove 240 220 mouseup 1"));
+  EXPECT_TRUE(testing::waitFor([&] { return !overlayEvents.empty() && overlayEvents.back().starts_with("up"); }));
+  EXPECT_EQ(overlayEvents.back(), "up 240,220 moved");
+  EXPECT_EQ(std::count_if(overlayEvents.begin(), overlayEvents.end(), [](auto& e) { return e.starts_with("up"); }), 1);
   EXPECT_EQ(target.presses, 0);
 
   // Click-through: the window below gets the click.
