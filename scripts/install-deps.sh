@@ -15,6 +15,11 @@ packages=(
   # The views and the GPU ink renderer: Qt 6 with Qt Quick, Mesa's OpenGL.
   qt6-base-dev qt6-declarative-dev libgl-dev libegl-dev libgl1-mesa-dri
   qml6-module-qtquick qml6-module-qtquick-window
+  # The cards: Qt Quick Controls on their templates, layouts, the delegate chooser; the
+  # QML linter (qmllint) and Qt Quick Test's QML side.
+  qml6-module-qtquick-controls qml6-module-qtquick-templates qml6-module-qtquick-layouts
+  qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript
+  qml6-module-qt-labs-qmlmodels qt6-declarative-dev-tools qml6-module-qttest
   # The headless desktop the desktop and GL tests run in, and the real applications
   # they drive.
   xvfb xauth xfwm4 xcompmgr dbus dbus-x11 at-spi2-core x11-utils xdotool

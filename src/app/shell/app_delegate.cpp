@@ -521,6 +521,7 @@ void AppDelegate::wire(PieceController& piece) {
   piece.onTentacleDrop = [weak](PieceController& p, Point point) {
     if (auto self = weak.lock()) self->onTentacleDrop(p, point);
   };
+  if (context_.views.bubble) context_.views.bubble(piece);
 }
 
 void AppDelegate::pieceRetired(PieceController& piece, bool) {

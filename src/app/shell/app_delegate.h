@@ -28,6 +28,7 @@
 #include "app/pieces/piece_controller.h"
 #include "app/shell/command_line.h"
 #include "app/shell/status_menu.h"
+#include "app/shell/views.h"
 #include "core/agent/agent_factory.h"
 #include "core/hub/activity_log.h"
 #include "core/learn/skill_index.h"
@@ -73,6 +74,8 @@ struct ApplicationContext {
   std::function<bool()> accessibilityAvailable;
   // Whether a window of another program can be captured.
   std::function<bool()> screenCaptureAvailable;
+  // The cards drawn on the panels; none in headless tests.
+  Views views;
 };
 
 // A question for the user with one or two buttons.

@@ -1,0 +1,18 @@
+// Views: what the toolkit draws on the application's panels. Each function is handed a
+// controller once it exists and binds a view to its model and actions for as long as
+// the controller's panel lives. An empty function draws nothing, which is what the
+// headless tests want.
+#pragma once
+
+#include <functional>
+
+namespace zorvane {
+
+class PieceController;
+
+struct Views {
+  // The bubble beside a piece's target, on the piece's bubble panel.
+  std::function<void(PieceController&)> bubble;
+};
+
+}  // namespace zorvane
