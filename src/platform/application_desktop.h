@@ -1,7 +1,7 @@
 // ApplicationDesktop: every desktop service the running application uses, opened
 // together on the desktop of $DISPLAY: the window-control bundle, the file manager,
-// the sleep inhibitor, notices, and the event services (the global shortcut, folder
-// changes, global clicks). Services the desktop can't give (no key grab, no XInput2)
+// the sleep inhibitor, notices, and the event services (the two global shortcuts,
+// folder changes, global clicks). Services the desktop can't give (no key grab, no XInput2)
 // are absent and the application does without them; the log says why once.
 #pragma once
 
@@ -27,6 +27,8 @@ class ApplicationDesktop {
   virtual SleepInhibitor& sleepInhibitor() = 0;
   virtual Notices& notices() = 0;
   virtual HotKey* hotKey() = 0;
+  // A second global shortcut of its own (one key each), for a second action.
+  virtual HotKey* bondHotKey() = 0;
   virtual FolderWatcher* folderWatcher() = 0;
   virtual InputMonitor* inputMonitor() = 0;
 

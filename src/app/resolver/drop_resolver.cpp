@@ -98,6 +98,28 @@ std::optional<Resolved> DropResolver::resolve(Point at) {
   return windowTarget(*hit, app && !app->name.empty() ? app->name : "unknown");
 }
 
+std::optional<Resolved> DropResolver::resolveWindow(uint32_t windowID) {
+  std::optional<zorvane::WindowInfo> found = desktop_.windows.window(windowID);
+  if (!found || !found->onScreen || found->layer != 0 || found->ownerPID == ownPID_) return std::nullopt;
+  WindowInfo window = infoOf(*found);
+  std::optional<std::string> bundle = bundleID(window.pid);
+  if (isDenylisted(bundle)) return std::nullopt;
+  std::optional<HitKind> kind = classifyHit(window.pid, ownPID_, bundle, std::nullopt);
+  if (!kind) return std::nullopt;
+  if (const auto* browser = std::get_if<HitKind::Browser>(&kind->value())) {
+    return browserTarget(window, browser->app, bundle);
+  }
+  if (std::holds_alternative<HitKind::FinderWindowFolder>(kind->value())) {
+    if (std::optional<std::string> folder = folderOf(window, nullptr)) {
+      return Resolved{Target::folder(URL::fileURL(*folder, true)),
+                      std::make_shared<WindowAnchor>(desktop_.windows, window.id, window.frame, true, false)};
+    }
+  }
+  if (bundle) return windowTarget(window, *bundle);
+  std::optional<ApplicationInfo> app = desktop_.windows.application(window.pid);
+  return windowTarget(window, app && !app->name.empty() ? app->name : "unknown");
+}
+
 std::optional<Resolved> DropResolver::browserTarget(const WindowInfo& window, BrowserApp app,
                                                     const std::optional<std::string>& bundle) {
   // The browser is asked for this window's own front tab, named by where the window

@@ -51,6 +51,13 @@ class DropResolver {
 
   [[nodiscard]] std::optional<Resolved> resolve(Point at);
 
+  // The window itself as a drop on it would see it, without a point inside its
+  // content: a browser's window is its front tab (the window when that can't be read), a
+  // file manager's window the folder it shows, any other window the app window. Nothing
+  // for a window that is gone, off screen, not an application window, this process's
+  // own, or of a denied application.
+  [[nodiscard]] std::optional<Resolved> resolveWindow(uint32_t windowID);
+
   // The windows on screen, front to back, without the desktop's own.
   [[nodiscard]] std::vector<WindowInfo> onScreenWindows();
 

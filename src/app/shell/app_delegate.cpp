@@ -1,6 +1,9 @@
 #include "app/shell/app_delegate.h"
 
+#include <dirent.h>
+#include <spawn.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -20,6 +23,13 @@ namespace zorvane {
 namespace {
 
 constexpr double kRestoreTrayDelay = 1.2;
+constexpr double kRestoreTrayPin = 12.0;
+constexpr double kMessagePin = 5.0;
+constexpr double kDemoTrayDelay = 1.0;
+constexpr double kDemoTrayPin = 10.0;
+constexpr double kOnboardingDelay = 1.0;
+// Ctrl+Alt+Super+B: beside the retire-all key (period) and clear of the voice key.
+constexpr uint16_t kBondKey = 11;
 constexpr double kRetreatSeconds = 0.55;
 
 std::string describe(Point p) {
@@ -68,6 +78,42 @@ std::string parentFolder(const Target& target) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   auto slash = path.rfind('/');
   return slash == std::string::npos || slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Single-quoted for the shell.
+std::string shellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+// Starts `executable` once the process `pid` has ended (at most 30 s from now), from a
+// shell in a session of its own that holds none of this process's descriptors: the new
+// instance must not find this one's peer socket open.
+bool startAfterExit(int32_t pid, const std::string& executable) {
+  std::string script = "i=0; while kill -0 " + std::to_string(pid) +
+                       " 2>/dev/null && [ $i -lt 150 ]; do sleep 0.2; i=$((i+1)); done; exec " +
+                       shellQuoted(executable);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  if (DIR* fds = opendir("/proc/self/fd")) {
+    int own = dirfd(fds);
+    while (dirent* entry = readdir(fds)) {
+      int fd = std::atoi(entry->d_name);
+      if (fd > 2 && fd != own) posix_spawn_file_actions_addclose(&actions, fd);
+    }
+    closedir(fds);
+  }
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+  std::string shell = "/bin/sh", flag = "-c";
+  char* argv[] = {shell.data(), flag.data(), script.data(), nullptr};
+  pid_t child = 0;
+  int failed = posix_spawn(&child, "/bin/sh", &actions, &attributes, argv, environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return failed == 0;
 }
 
 }  // namespace
@@ -121,6 +167,7 @@ bool AppDelegate::provesSender(const PeerRequest& request) const {
 AppDelegate::~AppDelegate() {
   for (TimerID timer : timers_) context_.queue.cancel(timer);
   if (context_.hotKey) context_.hotKey->onPress = {};
+  if (context_.bondHotKey) context_.bondHotKey->onPress = {};
   if (context_.folderWatcher) context_.folderWatcher->onEvent = {};
   if (keepAwakeHeld_) context_.sleepInhibitor.release();
   // Pieces end their agents as they go.
@@ -157,6 +204,15 @@ void AppDelegate::applicationDidFinishLaunching() {
         !taken)
       Log::info("retire-all shortcut: " + taken.error());
   }
+  if (context_.bondHotKey) {
+    context_.bondHotKey->onPress = [weak] {
+      if (auto self = weak.lock()) self->bondFocusedWindow();
+    };
+    if (auto taken = context_.bondHotKey->registerKey(
+            kBondKey, KeyFlags::control | KeyFlags::option | KeyFlags::command);
+        !taken)
+      Log::info("bond shortcut: Ctrl+Alt+Super+B: " + taken.error());
+  }
   if (context_.folderWatcher) {
     context_.folderWatcher->onEvent = [weak](const FolderEvent& event) {
       auto self = weak.lock();
@@ -168,14 +224,32 @@ void AppDelegate::applicationDidFinishLaunching() {
     if (auto self = weak.lock()) self->relayoutSurfaces();
   };
 
+  Settings settings(context_.settingsPath);
+  bool onboarded = settings.boolValue(SettingsKey::onboarded).value_or(false);
+  if (onboarding_ && (!onboarded || context_.commandLine.has("--onboarding"))) {
+    timers_.push_back(context_.queue.after(kOnboardingDelay, [weak] {
+      if (auto self = weak.lock()) self->showOnboarding();
+    }));
+  }
+
   pendingRestore_ = snapshots_.load();
   std::string names;
   for (const PieceSnapshot& snapshot : pendingRestore_) names += (names.empty() ? "" : ", ") + snapshot.displayName;
   Log::info("pending restore: [" + names + "]");
+  if (context_.commandLine.has("--demo-tray")) {
+    timers_.push_back(context_.queue.after(kDemoTrayDelay, [weak] {
+      auto self = weak.lock();
+      if (!self || !self->tray_) return;
+      self->tray_->pinFor(kDemoTrayPin);
+      self->tray_->show();
+    }));
+  }
   if (!pendingRestore_.empty()) {
     timers_.push_back(context_.queue.after(kRestoreTrayDelay, [weak] {
       auto self = weak.lock();
-      if (self && !self->pendingRestore_.empty() && self->tray_) self->tray_->orderFront();
+      if (!self || self->pendingRestore_.empty() || !self->tray_) return;
+      self->tray_->pinFor(kRestoreTrayPin);
+      self->tray_->show();
     }));
   }
   startDiscovery();
@@ -184,9 +258,9 @@ void AppDelegate::applicationDidFinishLaunching() {
 void AppDelegate::buildSurfaces() {
   // The tray, hub and guide are drawn by their own views; here they are made and placed,
   // and stay hidden until a view gives them content.
-  tray_ = context_.surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false});
+  auto trayPanel = context_.surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false});
   hub_ = context_.surfaces.makePanel({"Zorvane hub", PanelLevel::notch, false, true});
-  onboarding_ = context_.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true});
+  auto onboardingPanel = context_.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true});
   tentacleLayer_ = context_.surfaces.makePanel({"tentacles", PanelLevel::overlay, true, false});
   std::weak_ptr<AppDelegate> weak = weak_from_this();
   tentacleLayer_->setInk(PieceController::kActiveRate, [weak](double t, Size) {
@@ -202,6 +276,8 @@ void AppDelegate::buildSurfaces() {
   if (auto screen = primaryScreen(context_.surfaces.screens())) {
     notch_ = NotchController::make(context_.surfaces, context_.queue, context_.clock, *screen);
     drag_ = DragLayer::make(context_.surfaces, context_.queue, context_.clock, screen->frame);
+    setUpTray(std::move(trayPanel));
+    setUpOnboarding(std::move(onboardingPanel));
     wireNotch();
   } else {
     Log::info("no screen: the notch waits for one");
@@ -230,14 +306,124 @@ void AppDelegate::wireNotch() {
   notch_->onPullEnd = [weak](Point p) {
     if (auto self = weak.lock()) self->endPull(p);
   };
-  notch_->onTap = [] { Log::info("notch tap"); };
-  notch_->onLongPress = [weak] {
+  notch_->onTap = [weak] {
+    Log::info("notch tap");
     auto self = weak.lock();
-    if (self && self->drag_) self->drag_->retract(false);
+    if (!self || (self->onboarding_ && self->onboarding_->panel().isVisible())) return;
+    if (self->tray_) self->tray_->hide();
+    // The hub's own controller shows it; a tap only puts it away.
+    if (self->hub_->isVisible()) self->hub_->orderOut();
+  };
+  notch_->onLongPress = [weak] {
     Log::info("notch long press");
+    auto self = weak.lock();
+    if (!self || (self->onboarding_ && self->onboarding_->panel().isVisible())) return;
+    if (self->drag_) self->drag_->retract(false);
+    if (self->tray_) self->tray_->hide();
   };
   notch_->onLongPressEnd = [] { Log::info("notch long press end"); };
   updateLivePieces();
+}
+
+void AppDelegate::setUpTray(std::unique_ptr<GooPanel> panel) {
+  tray_ = TrayController::make(context_.queue, context_.clock, context_.surfaces, notch_, std::move(panel));
+  std::weak_ptr<AppDelegate> weak = weak_from_this();
+  tray_->suppressed = [weak] {
+    auto self = weak.lock();
+    if (!self) return true;
+    return self->hub_->isVisible() || (self->onboarding_ && self->onboarding_->panel().isVisible());
+  };
+  tray_->refresh = [weak] {
+    if (auto self = weak.lock()) self->refreshTray();
+  };
+  tray_->onRestoreAll = [weak] {
+    if (auto self = weak.lock()) self->restoreAll();
+  };
+  tray_->onDismissRestore = [weak] {
+    if (auto self = weak.lock()) self->dismissRestore();
+  };
+  tray_->onFocusPiece = [weak](const UUID& id) {
+    if (auto self = weak.lock()) self->focusPiece(id);
+  };
+  if (context_.views.tray) context_.views.tray(*tray_);
+}
+
+void AppDelegate::setUpOnboarding(std::unique_ptr<GooPanel> panel) {
+  OnboardingController::Services services{context_.queue,
+                                          context_.clock,
+                                          context_.desktop,
+                                          context_.fileManager,
+                                          context_.settingsPath,
+                                          context_.ownPID,
+                                          context_.discoverAgents,
+                                          context_.missingFlags,
+                                          context_.accessibilityAvailable,
+                                          context_.screenCaptureAvailable};
+  onboarding_ = OnboardingController::make(std::move(services), notch_, std::move(panel));
+  std::weak_ptr<AppDelegate> weak = weak_from_this();
+  onboarding_->onAgentsChanged = [weak](const std::vector<InstalledAgent>& list) {
+    auto self = weak.lock();
+    if (!self) return;
+    self->agents_ = list;
+    if (std::any_of(list.begin(), list.end(), [](const InstalledAgent& agent) { return agent.kind.isDriveable; }))
+      self->agentProblem_.reset();
+  };
+  onboarding_->onFinish = [] { Log::info("onboarding finished"); };
+  onboarding_->copyToClipboard = [weak](const std::string& text) {
+    auto self = weak.lock();
+    if (self && self->copyToClipboard) self->copyToClipboard(text);
+  };
+  onboarding_->onRelaunch = [weak] {
+    if (auto self = weak.lock()) self->relaunch();
+  };
+  if (context_.views.onboarding) context_.views.onboarding(*onboarding_);
+}
+
+void AppDelegate::showOnboarding() {
+  if (!onboarding_) return;
+  if (hub_->isVisible()) hub_->orderOut();
+  if (tray_) tray_->hide();
+  onboarding_->show();
+}
+
+void AppDelegate::relaunch() {
+  if (!quit) {
+    Log::info("relaunch: this run can't quit itself");
+    return;
+  }
+  if (!startAfterExit(context_.ownPID, context_.executable)) {
+    Log::info("relaunch: couldn't start " + context_.executable);
+    return;
+  }
+  Log::info("relaunch: " + context_.executable + " starts once this one has quit");
+  quit();
+}
+
+void AppDelegate::refreshTray() {
+  if (!tray_) return;
+  std::vector<TrayModel::LiveRow> live;
+  for (const auto& [id, piece] : pieces_) {
+    if (piece->isRetired()) continue;
+    live.push_back({id, piece->displayName(), piece->state().mood, piece->state().busy, piece->target().kindLabel()});
+  }
+  TrayModel& model = tray_->model();
+  if (model.live == live && model.restore == pendingRestore_ && model.message == trayMessage_ &&
+      model.restoring == restoring_)
+    return;
+  model.live = std::move(live);
+  model.restore = pendingRestore_;
+  model.message = trayMessage_;
+  model.restoring = restoring_;
+  model.notify();
+}
+
+void AppDelegate::showTrayMessage(std::string message) {
+  Log::info("tray: " + message);
+  trayMessage_ = std::move(message);
+  refreshTray();
+  if (!tray_) return;
+  tray_->pinFor(kMessagePin);
+  tray_->show();
 }
 
 NotchActivity AppDelegate::notchActivity() const {
@@ -265,9 +451,9 @@ void AppDelegate::relayoutSurfaces() {
     drag_->relayout(primary->frame);
   }
   Rect notch = notch_ ? notch_->notchRect() : NotchController::geometry(*primary).notch;
-  tray_->setFrame({notch.x + notch.width / 2 - 190, notch.maxY(), 380, 120});
+  if (tray_) tray_->layout();
   hub_->setFrame({notch.x + notch.width / 2 - 320, notch.maxY(), 640, 520});
-  onboarding_->setFrame({notch.x + notch.width / 2 - 220, notch.maxY(), 440, 360});
+  if (onboarding_) onboarding_->place();
   tentacleScreen_ = primary->frame;
   tentacleLayer_->setFrame(tentacleScreen_);
 }
@@ -441,10 +627,51 @@ void AppDelegate::endPull(Point at) {
 }
 
 void AppDelegate::bond(Point at) {
+  if (!mayBond()) return;
+  DropResolver resolver(context_.desktop, context_.ownPID);
+  auto resolved = resolver.resolve(at);
+  if (!resolved) {
+    Log::info("bond at " + describe(at) + ": nothing bondable (agents=" + std::to_string(agents_.size()) + ")");
+    return;
+  }
+  bond(std::move(*resolved), at, std::nullopt, false);
+}
+
+void AppDelegate::bondFocusedWindow() {
+  WindowService& windows = context_.desktop.windows;
+  std::optional<uint32_t> focused = windows.activeWindow();
+  std::optional<WindowInfo> window = focused ? windows.window(*focused) : std::nullopt;
+  if (window && window->ownerPID == context_.ownPID) {
+    // One of our panels has the keyboard: the program behind it is meant.
+    window.reset();
+    for (const WindowInfo& candidate : windows.windows()) {
+      if (!candidate.onScreen || candidate.layer != 0 || candidate.ownerPID == context_.ownPID) continue;
+      window = candidate;
+      break;
+    }
+  }
+  if (!window) {
+    Log::info("bond shortcut: no window of another program has the keyboard");
+    return;
+  }
+  if (!mayBond()) return;
+  DropResolver resolver(context_.desktop, context_.ownPID);
+  auto resolved = resolver.resolveWindow(window->windowID);
+  if (!resolved) {
+    Log::info("bond shortcut: window " + std::to_string(window->windowID) + " (" + window->title +
+              ") can't be bonded");
+    return;
+  }
+  Log::info("bond shortcut: " + resolved->target.targetKey());
+  Point centre{window->x + window->width / 2, window->y + window->height / 2};
+  bond(std::move(*resolved), centre, std::nullopt, false);
+}
+
+bool AppDelegate::mayBond() {
   if (agentProblem_) {
     Log::info("bond blocked: " + *agentProblem_);
     if (showAlert) showAlert({"Zorvane needs an agent", *agentProblem_, {}});
-    return;
+    return false;
   }
   if (context_.accessibilityAvailable && !context_.accessibilityAvailable()) {
     Log::info("bond blocked: Accessibility not granted");
@@ -454,15 +681,9 @@ void AppDelegate::bond(Point at) {
                  "reachable. Install and start it (the at-spi2-core package), switch on assistive technologies "
                  "in your desktop's accessibility settings, then log out and back in.",
                  {}});
-    return;
+    return false;
   }
-  DropResolver resolver(context_.desktop, context_.ownPID);
-  auto resolved = resolver.resolve(at);
-  if (!resolved) {
-    Log::info("bond at " + describe(at) + ": nothing bondable (agents=" + std::to_string(agents_.size()) + ")");
-    return;
-  }
-  bond(std::move(*resolved), at, std::nullopt, false);
+  return true;
 }
 
 void AppDelegate::bond(Resolved resolved, Point dropPoint, std::optional<SessionRecord> continuing, bool quiet) {
@@ -496,6 +717,7 @@ void AppDelegate::bond(Resolved resolved, Point dropPoint, std::optional<Session
                                "Bonded (" + agent->kind.displayName + ")"));
   std::erase_if(pendingRestore_, [&key](const PieceSnapshot& s) { return s.target.targetKey() == key; });
   saveSnapshots();
+  refreshTray();
 }
 
 void AppDelegate::wire(PieceController& piece) {
@@ -536,6 +758,7 @@ void AppDelegate::pieceRetired(PieceController& piece, bool) {
   router_.forget(id);
   watchFolderOf(target, false);
   saveSnapshots();
+  refreshTray();
 }
 
 void AppDelegate::watchFolderOf(const Target& target, bool watch) {
@@ -639,8 +862,7 @@ void AppDelegate::resume(const SessionRecord& record) {
     auto self = weak.lock();
     if (!self) return;
     if (!resolved) {
-      self->trayMessage_ = record.displayName + " isn't on screen. Open it, then resume again.";
-      Log::info("resume: " + *self->trayMessage_);
+      self->showTrayMessage(record.displayName + " isn't on screen. Open it, then resume again.");
       return;
     }
     Rect frame = resolved->anchor ? resolved->anchor->frame() : Rect{};
@@ -652,6 +874,7 @@ void AppDelegate::restoreAll() {
   if (pendingRestore_.empty()) return;
   restoring_ = true;
   trayMessage_.reset();
+  refreshTray();
   struct Progress {
     std::vector<std::string> failed;
     size_t remaining = 0;
@@ -677,13 +900,14 @@ void AppDelegate::restoreAll() {
       std::erase(self->pendingRestore_, snapshot);
       if (--progress->remaining > 0) return;
       self->restoring_ = false;
-      if (!progress->failed.empty()) {
-        std::string names;
-        for (const std::string& name : progress->failed) names += (names.empty() ? "" : ", ") + name;
-        self->trayMessage_ = "Couldn't find " + names + " on screen. Open it and pick it from the list.";
-        Log::info("restore: " + *self->trayMessage_);
-      }
       self->saveSnapshots();
+      if (progress->failed.empty()) {
+        self->refreshTray();
+        return;
+      }
+      std::string names;
+      for (const std::string& name : progress->failed) names += (names.empty() ? "" : ", ") + name;
+      self->showTrayMessage("Couldn't find " + names + " on screen. Open it and pick it from the list.");
     });
   }
 }
@@ -691,6 +915,7 @@ void AppDelegate::restoreAll() {
 void AppDelegate::dismissRestore() {
   pendingRestore_.clear();
   saveSnapshots();
+  refreshTray();
 }
 
 void AppDelegate::saveSnapshots() {

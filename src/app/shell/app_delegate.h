@@ -24,9 +24,11 @@
 
 #include "app/notch/drag_layer.h"
 #include "app/notch/notch_controller.h"
+#include "app/notch/tray_controller.h"
 #include "app/peers/peer_router.h"
 #include "app/pieces/piece_controller.h"
 #include "app/shell/command_line.h"
+#include "app/shell/onboarding_controller.h"
 #include "app/shell/status_menu.h"
 #include "app/shell/views.h"
 #include "core/agent/agent_factory.h"
@@ -76,6 +78,9 @@ struct ApplicationContext {
   std::function<bool()> screenCaptureAvailable;
   // The cards drawn on the panels; none in headless tests.
   Views views;
+  // The second shortcut, which bonds the window that has the keyboard; none: no such
+  // shortcut. Last, so that a context written in order may leave it out.
+  HotKey* bondHotKey = nullptr;
 };
 
 // A question for the user with one or two buttons.
@@ -122,6 +127,19 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   void saveSnapshots();
   void onTentacleDrop(PieceController& piece, Point point);
   void focusPiece(const UUID& id);
+  // The bond shortcut: bonds the window that has the keyboard focus (the front window of
+  // another program when one of ours has it), as a drop on it would, without a drag.
+  void bondFocusedWindow();
+
+  // --- The tray and the guide ---
+  // Fills the tray's model from the pieces, the offer to restore and the message.
+  void refreshTray();
+  // Shows a message in the tray and keeps it up for a while.
+  void showTrayMessage(std::string message);
+  // Hides the hub and shows the first-start guide.
+  void showOnboarding();
+  // Starts this program again once this one has quit, then quits.
+  void relaunch();
 
   // --- What views and tests read ---
   [[nodiscard]] const Pieces& pieces() const { return pieces_; }
@@ -143,6 +161,10 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   // launch and without a screen.
   [[nodiscard]] NotchController* notch() const { return notch_.get(); }
   [[nodiscard]] DragLayer* dragLayer() const { return drag_.get(); }
+  // The tray under the goo and the first-start guide; null before launch and without a
+  // screen.
+  [[nodiscard]] TrayController* tray() const { return tray_.get(); }
+  [[nodiscard]] OnboardingController* onboarding() const { return onboarding_.get(); }
   [[nodiscard]] std::vector<StatusMenuRow> statusMenu();
   // Every capsule the tentacle layer draws at `t`, in the layer's own points.
   [[nodiscard]] GooScene tentacleScene(double t) const;
@@ -188,12 +210,17 @@ class AppDelegate : public std::enable_shared_from_this<AppDelegate> {
   bool restoring_ = false;
   std::optional<std::string> trayMessage_;
   void wireNotch();
+  void setUpTray(std::unique_ptr<GooPanel> panel);
+  void setUpOnboarding(std::unique_ptr<GooPanel> panel);
+  bool mayBond();
   NotchActivity notchActivity() const;
   void updateLivePieces();
 
   std::shared_ptr<NotchController> notch_;
   std::shared_ptr<DragLayer> drag_;
-  std::unique_ptr<GooPanel> tray_, hub_, onboarding_, tentacleLayer_;
+  std::shared_ptr<TrayController> tray_;
+  std::shared_ptr<OnboardingController> onboarding_;
+  std::unique_ptr<GooPanel> hub_, tentacleLayer_;
   Rect tentacleScreen_;
   std::vector<TimerID> timers_;
   std::map<std::string, int> watchedFolders_;

@@ -8,11 +8,17 @@
 
 namespace zorvane {
 
+class OnboardingController;
 class PieceController;
+class TrayController;
 
 struct Views {
   // The bubble beside a piece's target, on the piece's bubble panel.
   std::function<void(PieceController&)> bubble;
+  // The tray under the goo, on the tray's panel; called once, at launch.
+  std::function<void(TrayController&)> tray;
+  // The first-start guide, on the guide's panel; called once, at launch.
+  std::function<void(OnboardingController&)> onboarding;
 };
 
 }  // namespace zorvane

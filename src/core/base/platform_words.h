@@ -32,6 +32,19 @@ inline constexpr std::string_view accessibilityMissing =
 // "Is Screen Recording granted to Zorvane": capture needs the X display, no permission.
 inline constexpr std::string_view screenshotFailed =
     "Screenshot failed. Is the window on screen, and can Zorvane reach the X display?";
+// "Finder": the program that shows folders ("the current folder in Finder").
+inline constexpr std::string_view fileManager = "your file manager";
+// "Apple's on-device model": what stands in for it here.
+inline constexpr std::string_view onDeviceModel = "a local model";
+// "the notch" as something to touch ("Hold the notch", "Tap the notch").
+inline constexpr std::string_view gooBody = "the goo at the top of the screen";
+// "⌥ Space": the voice shortcut.
+inline constexpr std::string_view voiceKey = "Alt+Space";
+// "macOS asks you to allow these once.": nothing asks on this desktop; the user sets
+// them up.
+inline constexpr std::string_view permissionsIntro = "Your desktop needs to allow these once.";
+// "macOS needs Zorvane to restart for this one."
+inline constexpr std::string_view restartNeeded = "Zorvane needs to restart for this one.";
 // "on another Space"
 inline constexpr std::string_view otherDesktop = "on another workspace";
 // "through Accessibility"

@@ -24,6 +24,7 @@ struct FakeApplicationServices {
   FakeFileManager fileManager;
   FakeSleepInhibitor sleepInhibitor;
   FakeHotKey hotKey;
+  FakeHotKey bondHotKey;
   FakeFolderWatcher folderWatcher;
   FakeInputMonitor inputMonitor;
   FakeNotices notices;

@@ -29,6 +29,7 @@ class X11ApplicationDesktop final : public ApplicationDesktop {
         sleepInhibitor_(queue),
         notices_(queue),
         hotKey_(orNothing(X11HotKey::create(queue), "global shortcut")),
+        bondHotKey_(orNothing(X11HotKey::create(queue), "bond shortcut")),
         folderWatcher_(orNothing(InotifyFolderWatcher::create(queue), "folder watcher")),
         inputMonitor_(orNothing(X11InputMonitor::create(queue), "input monitor")) {}
 
@@ -37,6 +38,7 @@ class X11ApplicationDesktop final : public ApplicationDesktop {
   SleepInhibitor& sleepInhibitor() override { return sleepInhibitor_; }
   Notices& notices() override { return notices_; }
   HotKey* hotKey() override { return hotKey_.get(); }
+  HotKey* bondHotKey() override { return bondHotKey_.get(); }
   FolderWatcher* folderWatcher() override { return folderWatcher_.get(); }
   InputMonitor* inputMonitor() override { return inputMonitor_.get(); }
 
@@ -46,6 +48,8 @@ class X11ApplicationDesktop final : public ApplicationDesktop {
   DBusSleepInhibitor sleepInhibitor_;
   DBusNotices notices_;
   std::unique_ptr<X11HotKey> hotKey_;
+  // One grab a key: a second shortcut is a second connection of its own.
+  std::unique_ptr<X11HotKey> bondHotKey_;
   std::unique_ptr<InotifyFolderWatcher> folderWatcher_;
   std::unique_ptr<X11InputMonitor> inputMonitor_;
 };

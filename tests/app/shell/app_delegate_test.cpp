@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <set>
+
 #include "app/peers/peer_server.h"
 #include "core/base/file_io.h"
+#include "core/base/settings.h"
 #include "support/piece_world.h"
 
 namespace zorvane {
@@ -25,14 +28,21 @@ struct DelegateWorld {
   DelegateWorld(AgentFactory::Maker makeAgent, std::shared_ptr<Clock> clockToUse, std::vector<std::string> args = {})
       : clock(std::move(clockToUse)), queue(clock) {
     args.insert(args.begin(), "zorvane");
-    delegate = std::make_shared<AppDelegate>(ApplicationContext{
+    ApplicationContext context{
         queue, *clock, fakes.surfaces, fakes.desktop.services, fakes.fileManager, fakes.sleepInhibitor,
         &fakes.hotKey, &fakes.folderWatcher, &fakes.inputMonitor, CommandLine(args), home.path() + "/data", {},
         home.path() + "/config/settings.json", ZORVANE_EXECUTABLE, 4242, std::move(makeAgent), nullptr, nullptr,
-        [this] { return accessibility; }, [] { return true; }});
+        [this] { return accessibility; }, [] { return true; }};
+    context.bondHotKey = &fakes.bondHotKey;
+    delegate = std::make_shared<AppDelegate>(std::move(context));
     delegate->showAlert = [this](const Alert& alert) { alerts.push_back(alert); };
   }
   bool accessibility = true;
+
+  // As after the first-start guide, which otherwise shows a second after launch.
+  void markOnboarded() {
+    ASSERT_TRUE(Settings(home.path() + "/config/settings.json").setBool(SettingsKey::onboarded, true));
+  }
 
   Resolved folder(const std::string& name) {
     std::string path = home.path() + "/" + name;
@@ -165,6 +175,7 @@ TEST(AppDelegate, PullingTheGooOntoWindowsBondsAttachesAndLinks) {
   windows.applications = {{500, {"org.example.Editor", "Editor"}}, {501, {"org.example.Viewer", "Viewer"}}};
   windows.windowList = {{30, 500, 600, 400, 400, 300, 0, "notes", true},
                         {31, 501, 100, 500, 300, 300, 0, "pictures", true}};
+  world.markOnboarded();
   AppDelegate& app = *world.delegate;
   app.applicationDidFinishLaunching();
   app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
@@ -220,6 +231,158 @@ TEST(AppDelegate, PullingTheGooOntoWindowsBondsAttachesAndLinks) {
   drag(handle->pointer, knot, {250, 650});
   EXPECT_EQ(editor->links().size(), 1u);
   EXPECT_EQ(editor->tentacles().size(), 1u);
+  app.applicationWillTerminate();
+}
+
+// Lets `seconds` pass on the fake clock in steps of the tray's tick.
+void pass(DelegateWorld& world, FakeClock& clock, double seconds) {
+  for (double done = 0; done < seconds - 1e-9; done += TrayController::kTickInterval) {
+    clock.advance(TrayController::kTickInterval);
+    world.queue.runUntilIdle();
+  }
+}
+
+// A first start shows the guide after a second, and the tray keeps out of its way;
+// finishing it is remembered, so a later start shows it only when asked.
+TEST(AppDelegate, FirstStartShowsTheGuide) {
+  FakeAgents agents;
+  struct Case {
+    std::vector<std::string> args;
+    bool onboarded;
+    bool shows;
+  };
+  for (const Case& c : std::vector<Case>{{{}, false, true}, {{}, true, false}, {{"--onboarding"}, true, true}}) {
+    SCOPED_TRACE(std::string(c.onboarded ? "onboarded" : "first start") + (c.args.empty() ? "" : " --onboarding"));
+    auto clock = std::make_shared<FakeClock>();
+    DelegateWorld world(agents.maker(), clock, c.args);
+    std::string settingsPath = world.home.path() + "/config/settings.json";
+    if (c.onboarded) world.markOnboarded();
+    AppDelegate& app = *world.delegate;
+    app.applicationDidFinishLaunching();
+    ASSERT_TRUE(app.onboarding());
+    pass(world, *clock, 0.9);
+    EXPECT_FALSE(app.onboarding()->panel().isVisible());
+    pass(world, *clock, 0.3);
+    EXPECT_EQ(app.onboarding()->panel().isVisible(), c.shows);
+    if (!c.shows) continue;
+    Rect band = app.notch()->notchRect();
+    world.fakes.surfaces.pointerAt = {band.x + 70, band.y + 10};
+    pass(world, *clock, 1);
+    EXPECT_FALSE(app.tray()->panel().isVisible()) << "the tray stays hidden under the guide";
+    app.onboarding()->finish();
+    pass(world, *clock, 0.5);
+    EXPECT_FALSE(app.onboarding()->panel().isVisible());
+    EXPECT_EQ(Settings(settingsPath).boolValue(SettingsKey::onboarded), true);
+    pass(world, *clock, 1);
+    EXPECT_TRUE(app.tray()->panel().isVisible()) << "with the guide gone, the resting pointer shows the tray";
+  }
+}
+
+// Pieces of the last run: the tray shows the offer a moment after launch and stays up,
+// pinned, with the pointer away; "Not now" ends the offer. A restore that finds nothing
+// says so in the tray.
+TEST(AppDelegate, RestoreOfferPinsTheTray) {
+  FakeAgents agents;
+  auto clock = std::make_shared<FakeClock>();
+  DelegateWorld world(agents.maker(), clock);
+  world.markOnboarded();
+  PieceSnapshots file(world.home.path() + "/data/live-pieces.json");
+  file.save({{Target::folder(URL::fileURL(world.home.path() + "/gone", true)), UUID(), "gone", {}},
+             {Target::folder(URL::fileURL(world.home.path() + "/away", true)), UUID(), "away", {}}});
+  AppDelegate& app = *world.delegate;
+  app.applicationDidFinishLaunching();
+  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
+  TrayController& tray = *app.tray();
+  pass(world, *clock, 1.0);
+  EXPECT_FALSE(tray.panel().isVisible());
+  EXPECT_FALSE(app.onboarding()->panel().isVisible());
+  pass(world, *clock, 0.4);
+  ASSERT_TRUE(tray.panel().isVisible());
+  EXPECT_EQ(tray.model().restoreHeading(), "2 pieces open when Zorvane closed");
+  EXPECT_EQ(tray.model().restoreNames(), (std::vector<std::string>{"gone", "away"}));
+  pass(world, *clock, 10);
+  EXPECT_TRUE(tray.panel().isVisible()) << "pinned for 12 s with the pointer away";
+  pass(world, *clock, 3);
+  EXPECT_FALSE(tray.panel().isVisible());
+
+  // A live piece shows as a row; "Bring them back" finds neither folder.
+  app.bond(world.folder("here"), {0, 0}, std::nullopt, true);
+  ASSERT_EQ(tray.model().live.size(), 1u);
+  EXPECT_EQ(tray.model().live[0].name, "here");
+  EXPECT_EQ(tray.model().live[0].image(), "folder");
+  tray.restoreAll();
+  world.queue.runUntilIdle();
+  EXPECT_TRUE(tray.model().restore.empty());
+  EXPECT_EQ(tray.model().message, "Couldn't find gone, away on screen. Open it and pick it from the list.");
+  EXPECT_TRUE(tray.panel().isVisible()) << "a message shows the tray";
+  pass(world, *clock, 4);
+  EXPECT_TRUE(tray.panel().isVisible());
+  pass(world, *clock, 2);
+  EXPECT_FALSE(tray.panel().isVisible());
+  app.applicationWillTerminate();
+}
+
+// The bond shortcut bonds the window that has the keyboard, as a drop on it would: an
+// app window, a browser's front tab, a file manager's folder; with one of Zorvane's own
+// windows focused, the front window of another program.
+TEST(AppDelegate, BondShortcutBondsTheFocusedWindow) {
+  FakeAgents agents;
+  auto clock = std::make_shared<FakeClock>();
+  DelegateWorld world(agents.maker(), clock);
+  auto& windows = world.fakes.desktop.windows;
+  windows.applications = {{500, {"org.example.Editor", "Editor"}},
+                          {501, {"org.example.Viewer", "Viewer"}},
+                          {502, {"org.chromium.Chromium", "Chromium"}},
+                          {503, {"org.xfce.Thunar", "Thunar"}}};
+  windows.windowList = {{90, 4242, 800, 60, 300, 200, 0, "bubble", true},
+                        {31, 501, 100, 500, 300, 300, 0, "pictures", true},
+                        {30, 500, 600, 400, 400, 300, 0, "notes", true},
+                        {32, 502, 0, 0, 900, 700, 0, "Example - Chromium", true},
+                        {33, 503, 50, 50, 600, 400, 0, "docs - Thunar", true}};
+  std::string docs = world.home.path() + "/docs";
+  ASSERT_TRUE(createDirectories(docs));
+  auto thunarWindow = FakeElement::make("AXWindow", "docs - Thunar", Rect{50, 50, 600, 400});
+  thunarWindow->folderPath = docs;
+  world.fakes.desktop.accessibility.windowsByPID[503] = {thunarWindow};
+  world.fakes.desktop.browsers.frontTabAnswer = "https://example.com/page\nExample";
+  AppDelegate& app = *world.delegate;
+  app.applicationDidFinishLaunching();
+  EXPECT_EQ(world.fakes.bondHotKey.registered,
+            (std::pair<uint16_t, uint64_t>{11, KeyFlags::control | KeyFlags::option | KeyFlags::command}));
+  EXPECT_NE(world.fakes.bondHotKey.registered, world.fakes.hotKey.registered);
+
+  windows.active = 30;
+  world.fakes.bondHotKey.press();
+  EXPECT_TRUE(app.pieces().empty()) << "no agent yet: nothing is bonded";
+  ASSERT_EQ(world.alerts.size(), 1u);
+  EXPECT_EQ(world.alerts[0].title, "Zorvane needs an agent");
+
+  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
+  auto keys = [&] {
+    std::set<std::string> found;
+    for (const auto& [id, piece] : app.pieces()) found.insert(piece->target().targetKey());
+    return found;
+  };
+  world.fakes.bondHotKey.press();
+  EXPECT_EQ(keys(), (std::set<std::string>{"window:org.example.Editor:30"}));
+  auto editor = app.pieces().begin()->second;
+  EXPECT_EQ(editor->anchor()->frame(), (Rect{600, 400, 400, 300}));
+
+  windows.active = 90;
+  world.fakes.bondHotKey.press();
+  EXPECT_EQ(keys(), (std::set<std::string>{"window:org.example.Editor:30", "window:org.example.Viewer:31"}));
+
+  windows.active = 32;
+  world.fakes.bondHotKey.press();
+  EXPECT_TRUE(keys().count("tab:https://example.com/page"));
+
+  windows.active = 33;
+  world.fakes.bondHotKey.press();
+  EXPECT_TRUE(keys().count("folder:" + docs)) << "the folder the file manager shows";
+
+  windows.active.reset();
+  world.fakes.bondHotKey.press();
+  EXPECT_EQ(app.pieces().size(), 4u);
   app.applicationWillTerminate();
 }
 
