@@ -10,7 +10,7 @@ packages=(
   python3
   # The desktop layer: X11, XTest, XInput2, Composite, XRes, XFixes, AT-SPI (brings
   # GLib and D-Bus), JPEG and PNG.
-  libx11-dev libxtst-dev libxi-dev libxcomposite-dev libxres-dev libxfixes-dev
+  libx11-dev libxcb1-dev libxtst-dev libxi-dev libxcomposite-dev libxres-dev libxfixes-dev
   libatspi2.0-dev libglib2.0-dev libturbojpeg0-dev libpng-dev
   # The views and the GPU ink renderer: Qt 6 with Qt Quick, Mesa's OpenGL.
   qt6-base-dev qt6-declarative-dev libgl-dev libegl-dev libgl1-mesa-dri
@@ -20,6 +20,8 @@ packages=(
   qml6-module-qtquick-controls qml6-module-qtquick-templates qml6-module-qtquick-layouts
   qml6-module-qtqml qml6-module-qtqml-models qml6-module-qtqml-workerscript
   qml6-module-qt-labs-qmlmodels qt6-declarative-dev-tools qml6-module-qttest
+  # The cards' type: DejaVu, with the symbols their small icons are drawn from.
+  fonts-dejavu-core
   # The headless desktop the desktop and GL tests run in, and the real applications
   # they drive.
   xvfb xauth xfwm4 xcompmgr dbus dbus-x11 at-spi2-core x11-utils xdotool

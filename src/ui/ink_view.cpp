@@ -53,7 +53,7 @@ void InkView::setPaused(bool paused) {
   if (paused == loop_.isPaused) return;
   loop_.isPaused = paused;
   updateTimer();
-  emit pausedChanged();
+  Q_EMIT pausedChanged();
 }
 
 void InkView::setPreferredFramesPerSecond(int framesPerSecond) {
@@ -61,7 +61,7 @@ void InkView::setPreferredFramesPerSecond(int framesPerSecond) {
   if (framesPerSecond == framesPerSecond_) return;
   framesPerSecond_ = framesPerSecond;
   updateTimer();
-  emit preferredFramesPerSecondChanged();
+  Q_EMIT preferredFramesPerSecondChanged();
 }
 
 double InkView::scale() const {
@@ -158,7 +158,7 @@ void InkView::windowSwapped() {
   if (synced_) {
     synced_ = false;
     loop_.frameFinished();
-    emit frameFinished();
+    Q_EMIT frameFinished();
   }
   if (!loop_.perfEnabled) return;
   std::vector<double> timings;

@@ -90,7 +90,7 @@ class InkView : public QQuickItem {
   bool isInFlight() const { return loop_.isInFlight(); }
   Stats stats() const;
 
- signals:
+ Q_SIGNALS:
   void pausedChanged();
   void preferredFramesPerSecondChanged();
   // A frame handed off by a tick has been rendered and swapped.

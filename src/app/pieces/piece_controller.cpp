@@ -522,6 +522,10 @@ void PieceController::showBubble() {
   layout();
 }
 
+void PieceController::closeBubble() {
+  if (bubble_->isVisible()) bubble_->orderOut();
+}
+
 void PieceController::toggleBubble() {
   if (bubble_->isVisible()) {
     bubble_->orderOut();

@@ -156,6 +156,7 @@ class PieceController : public std::enable_shared_from_this<PieceController> {
   [[nodiscard]] std::vector<GooCapsule> tentacleCapsules(double t) const;
   void showBubble();
   void toggleBubble();
+  void closeBubble();
   // The bubble's content asks for this height (points); it is laid out again.
   void setBubbleHeight(double height);
   // A folder changed on disk: may be where the target moved.

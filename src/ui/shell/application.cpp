@@ -19,17 +19,21 @@
 #include "core/base/paths.h"
 #include "core/mcp/peer_ipc.h"
 #include "platform/application_desktop.h"
-// Qt's keyword macros (emit, signals) come after every header of ours that isn't Qt's.
 #include <QApplication>
 #include <QClipboard>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QQmlExtensionPlugin>
 #include <QTimer>
 
+#include "ui/cards/card_views.h"
 #include "ui/shell/qt_main_queue.h"
 #include "ui/shell/qt_surfaces.h"
 #include "ui/shell/status_item.h"
 #include "ui/shell/unix_signals.h"
+
+// The cards' QML is compiled into the library as a static module.
+Q_IMPORT_QML_PLUGIN(Zorvane_UiPlugin)
 
 namespace zorvane {
 
@@ -89,6 +93,9 @@ void runApplication(const CommandLine& commandLine) {
                              [](const std::string& path) { return Agents::missingClaudeFlags(path); },
                              [&services] { return services.accessibility.trusted(); },
                              [] { return true; }};
+  static CardViews cards(clock);
+  context.views = cards.views();
+  context.bondHotKey = desktop->bondHotKey();
   static std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(std::move(context));
 
   auto terminate = [] {

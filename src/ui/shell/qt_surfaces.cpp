@@ -9,7 +9,9 @@
 #include <QScreen>
 #include <QRegion>
 #include <QSurfaceFormat>
+#include <QPointer>
 #include <QTimer>
+#include <xcb/xcb.h>
 
 #include <algorithm>
 #include <cmath>
@@ -173,12 +175,41 @@ void QtPanel::orderFront() {
 
 void QtPanel::orderOut() {
   visible_ = false;
+  wantsKey_ = false;
   updateShown();
 }
 
 void QtPanel::makeKey() {
   orderFront();
-  if (options_.acceptsKey && window_->isVisible()) window_->requestActivate();
+  if (!options_.acceptsKey) return;
+  // The frame may come after this call; the keys are taken once the window shows.
+  wantsKey_ = true;
+  if (window_->isVisible()) takeKeys();
+}
+
+void QtPanel::takeKeys() {
+  wantsKey_ = false;
+  window_->requestActivate();
+  // Qt gives the X server the time of the last event this program saw, and the server
+  // ignores a focus request older than the last change of focus: a panel shown a while
+  // after the user last touched Zorvane would not get the keys. The panel asks again
+  // with the current time once the server has mapped it.
+  auto tries = std::make_shared<int>(0);
+  auto* timer = new QTimer(window_);
+  QPointer<QQuickWindow> window = window_;
+  QObject::connect(timer, &QTimer::timeout, timer, [timer, tries, window] {
+    if (window && window->isExposed()) {
+      if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) {
+        xcb_set_input_focus(x11->connection(), XCB_INPUT_FOCUS_PARENT, xcb_window_t(window->winId()),
+                            XCB_CURRENT_TIME);
+        xcb_flush(x11->connection());
+      }
+    } else if (++*tries < 50) {
+      return;
+    }
+    timer->deleteLater();
+  });
+  timer->start(20);
 }
 
 void QtPanel::setClickThrough(bool clickThrough) {
@@ -275,6 +306,7 @@ void QtPanel::updateShown() {
   bool show = visible_ && !frame_.isEmpty();
   if (show != window_->isVisible()) window_->setVisible(show);
   if (ink_) ink_->setPaused(!show);
+  if (show && wantsKey_) takeKeys();
 }
 
 void QtPanel::raiseHigherPanels() {

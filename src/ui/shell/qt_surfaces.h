@@ -78,6 +78,8 @@ class QtPanel final : public GooPanel {
  private:
   // Shows the window when the panel is visible and has a frame, hides it otherwise.
   void updateShown();
+  // Asks for the keyboard focus now that the window shows.
+  void takeKeys();
   void raiseHigherPanels();
   void frameHandedOff(const InkFrame& frame);
   void updateCut();
@@ -90,6 +92,7 @@ class QtPanel final : public GooPanel {
   std::optional<std::vector<Rect>> clip_;
   Rect frame_;
   bool visible_ = false;
+  bool wantsKey_ = false;  // `makeKey` came before the window could show
   uint64_t frontOrder_ = 0;  // when it was last put in front; 0: never
   bool composited_ = true;
   std::vector<QRect> shape_;  // the goo's tiles in the last frame, without a compositor
