@@ -1,163 +1,22 @@
 import QtQuick
 import Zorvane.Ui
 
-// A piece's bubble: the rows the piece's state calls for, top to bottom, on a dark card
-// 360 points wide. Escape closes it; Tab walks its controls in reading order.
+// A piece's bubble, as the application puts it on the bubble's panel: the card, taking
+// the keyboard focus of its window.
 FocusScope {
     id: root
 
     required property BubbleAdapter bubble
-    property bool peek: false
 
-    width: 360
-    implicitHeight: column.implicitHeight + 28
-    onImplicitHeightChanged: root.bubble.setContentHeight(root.implicitHeight)
-    Component.onCompleted: root.bubble.setContentHeight(root.implicitHeight)
-    Keys.onEscapePressed: root.bubble.close()
-    Accessible.role: Accessible.Pane
-    Accessible.name: root.bubble.targetName
+    implicitWidth: card.width
+    implicitHeight: card.implicitHeight
+    width: card.width
+    height: card.implicitHeight
 
-    InkCard {
-        anchors.fill: parent
-    }
+    BubbleCard {
+        id: card
 
-    Column {
-        id: column
-
-        x: 14
-        y: 14
-        width: root.width - 28
-        spacing: 10
-
-        BubbleHeader {
-            width: column.width
-            bubble: root.bubble
-            peek: root.peek
-            onPeekToggled: root.peek = !root.peek
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsChips
-            visible: active
-            sourceComponent: ContextChips {
-                bubble: root.bubble
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsResume
-            visible: active
-            sourceComponent: ResumeCard {
-                bubble: root.bubble
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsLearn
-            visible: active
-            sourceComponent: LearnSection {
-                bubble: root.bubble
-            }
-        }
-
-        Row {
-            visible: root.bubble.showsNotice
-            width: column.width
-            spacing: 6
-            Glyph {
-                name: "info.circle"
-                color: Ink.secondary
-            }
-            Text {
-                width: column.width - 20
-                text: root.bubble.notice
-                color: Ink.secondary
-                font.pixelSize: 12
-                wrapMode: Text.Wrap
-                Accessible.role: Accessible.StaticText
-                Accessible.name: text
-                Accessible.ignored: !visible
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsApproval
-            visible: active
-            sourceComponent: ApprovalCard {
-                label: root.bubble.approvalLabel
-                irreversible: root.bubble.irreversible
-                offersTrust: root.bubble.offersTrust
-                summary: root.bubble.approvalSummary
-                detail: root.bubble.approvalDetail
-                onDecided: allow => root.bubble.decide(allow)
-                onTrusted: root.bubble.trust()
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsWorking
-            visible: active
-            sourceComponent: WorkingLine {
-                text: root.bubble.workingText
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsAnswer
-            visible: active
-            sourceComponent: AnswerCard {
-                bubble: root.bubble
-            }
-        }
-
-        Rectangle {
-            visible: root.bubble.showsError
-            width: column.width
-            height: errorText.implicitHeight + 20
-            radius: 10
-            color: Qt.rgba(1, 0.27, 0.23, 0.08)
-            TextEdit {
-                id: errorText
-
-                x: 10
-                y: 10
-                width: parent.width - 20
-                text: root.bubble.error
-                readOnly: true
-                selectByMouse: true
-                wrapMode: TextEdit.Wrap
-                color: Ink.red
-                font.pixelSize: 13
-                Accessible.role: Accessible.StaticText
-                Accessible.name: "Error: " + text
-                Accessible.ignored: !parent.visible
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.bubble.showsAsk
-            visible: active
-            focus: true
-            sourceComponent: AskSection {
-                bubble: root.bubble
-                focus: true
-            }
-        }
-
-        Loader {
-            width: column.width
-            active: root.peek
-            visible: active
-            sourceComponent: TranscriptView {
-                text: root.bubble.transcript
-            }
-        }
+        bubble: root.bubble
+        focus: true
     }
 }
