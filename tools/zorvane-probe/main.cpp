@@ -4,12 +4,15 @@
 //   zorvane-probe resolve X,Y
 //   zorvane-probe restore '{"file": {"_0": "file:///tmp/a.txt"}}'
 //   zorvane-probe element X,Y
+//   zorvane-probe tree PID
 //
 // An answer is printed as the target's JSON, its targetKey, and the anchor's kind,
 // frame, window number and on-screen flag, one per line; when nothing is found, one
 // line says so. `element` prints the accessibility element of the topmost window at the
-// point, as the accessibility bus tells it: role, title and value, one per line. Exit status: 0 with an answer, 1 with none, 2 for bad arguments or no
-// display. A restore waits for its answer on a run loop, at most 30 seconds.
+// point, as the accessibility bus tells it: role, title and value, one per line. `tree`
+// prints every element of the process's windows, one a line, indented by depth, its
+// fields separated by tabs: role, title, description, value and frame (x,y,w,h).
+// Exit status: 0 with an answer, 1 with none, 2 for bad arguments or no display. A restore waits for its answer on a run loop, at most 30 seconds.
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -30,7 +33,8 @@ int usage() {
   std::fprintf(stderr,
                "usage: zorvane-probe resolve X,Y\n"
                "       zorvane-probe restore '<target JSON>'\n"
-               "       zorvane-probe element X,Y\n");
+               "       zorvane-probe element X,Y\n"
+               "       zorvane-probe tree PID\n");
   return 2;
 }
 
@@ -69,16 +73,46 @@ std::optional<Point> parsePoint(const std::string& text) {
   return Point{x, y};
 }
 
+// One line an element: its fields without tabs or line feeds, so a line stays a record.
+void printTree(AccessibleElement& element, int depth, int count) {
+  if (depth > 40 || count > 5000) return;
+  auto flat = [](std::string text) {
+    for (char& c : text)
+      if (c == '\t' || c == '\n' || c == '\r') c = ' ';
+    return text;
+  };
+  std::string frame;
+  if (auto f = element.frame())
+    frame = number(f->x) + "," + number(f->y) + "," + number(f->width) + "," + number(f->height);
+  std::printf("%s%s\t%s\t%s\t%s\t%s\n", std::string(size_t(depth) * 2, ' ').c_str(), flat(element.role()).c_str(),
+              flat(element.title()).c_str(), flat(element.description()).c_str(),
+              flat(element.value().value_or("")).c_str(), frame.c_str());
+  if (auto children = element.children())
+    for (const auto& child : *children) printTree(*child, depth + 1, count + 1);
+}
+
 int run(int argc, char** argv) {
   if (argc != 3) return usage();
   std::string mode = argv[1];
-  if (mode != "resolve" && mode != "restore" && mode != "element") return usage();
+  if (mode != "resolve" && mode != "restore" && mode != "element" && mode != "tree") return usage();
   if (!std::getenv("DISPLAY")) {
     std::fprintf(stderr, "zorvane-probe: no X display ($DISPLAY is not set)\n");
     return 2;
   }
   std::unique_ptr<Desktop> desktop = Desktop::open();
   DesktopServices& services = desktop->services();
+
+  if (mode == "tree") {
+    char* end = nullptr;
+    long pid = std::strtol(argv[2], &end, 10);
+    if (end == argv[2] || *end != '\0' || pid <= 0) {
+      std::fprintf(stderr, "zorvane-probe: expected a process id, not '%s'\n", argv[2]);
+      return 2;
+    }
+    auto windows = services.accessibility.windows(int32_t(pid));
+    for (const auto& window : windows) printTree(*window, 0, 0);
+    return windows.empty() ? 1 : 0;
+  }
 
   if (mode == "resolve" || mode == "element") {
     std::optional<Point> point = parsePoint(argv[2]);

@@ -22,6 +22,11 @@ Rectangle {
     color: Qt.rgba(1, 0.62, 0.04, 0.10)
     Accessible.role: Accessible.AlertMessage
     Accessible.name: card.label + ": " + card.summary
+    Accessible.ignored: !card.visible
+    onVisibleChanged: {
+        if (card.visible)
+            allow.forceActiveFocus()
+    }
 
     Column {
         id: content
@@ -94,9 +99,11 @@ Rectangle {
                 id: allow
 
                 text: "Allow"
-                focus: true
                 onClicked: card.decided(true)
-                Component.onCompleted: allow.forceActiveFocus()
+                Component.onCompleted: {
+                    if (card.visible)
+                        allow.forceActiveFocus()
+                }
             }
             InkButton {
                 visible: card.offersTrust

@@ -11,6 +11,10 @@ FocusScope {
     required property BubbleAdapter bubble
 
     implicitHeight: content.implicitHeight
+    onVisibleChanged: {
+        if (section.visible)
+            field.forceActiveFocus()
+    }
 
     Column {
         id: content

@@ -1,4 +1,3 @@
-pragma ComponentBehavior: Bound
 import QtQuick
 import Zorvane.Ui
 
@@ -37,31 +36,24 @@ FocusScope {
             onPeekToggled: root.peek = !root.peek
         }
 
-        Loader {
+        ContextChips {
             width: column.width
-            active: root.bubble.showsChips
-            visible: active
-            sourceComponent: ContextChips {
-                bubble: root.bubble
-            }
+            visible: root.bubble.showsChips
+            bubble: root.bubble
         }
 
         Loader {
             width: column.width
             active: root.bubble.showsResume
             visible: active
-            sourceComponent: ResumeCard {
-                bubble: root.bubble
-            }
+            Component.onCompleted: setSource("ResumeCard.qml", { "bubble": root.bubble })
         }
 
         Loader {
             width: column.width
             active: root.bubble.showsLearn
             visible: active
-            sourceComponent: LearnSection {
-                bubble: root.bubble
-            }
+            Component.onCompleted: setSource("LearnSection.qml", { "bubble": root.bubble })
         }
 
         Row {
@@ -84,37 +76,29 @@ FocusScope {
             }
         }
 
-        Loader {
+        ApprovalCard {
             width: column.width
-            active: root.bubble.showsApproval
-            visible: active
-            sourceComponent: ApprovalCard {
-                label: root.bubble.approvalLabel
-                irreversible: root.bubble.irreversible
-                offersTrust: root.bubble.offersTrust
-                summary: root.bubble.approvalSummary
-                detail: root.bubble.approvalDetail
-                onDecided: allow => root.bubble.decide(allow)
-                onTrusted: root.bubble.trust()
-            }
+            visible: root.bubble.showsApproval
+            label: root.bubble.approvalLabel
+            irreversible: root.bubble.irreversible
+            offersTrust: root.bubble.offersTrust
+            summary: root.bubble.approvalSummary
+            detail: root.bubble.approvalDetail
+            onDecided: allow => root.bubble.decide(allow)
+            onTrusted: root.bubble.trust()
         }
 
         Loader {
             width: column.width
             active: root.bubble.showsWorking
             visible: active
-            sourceComponent: WorkingLine {
-                text: root.bubble.workingText
-            }
+            Component.onCompleted: setSource("WorkingLine.qml", { "text": Qt.binding(() => root.bubble.workingText) })
         }
 
-        Loader {
+        AnswerCard {
             width: column.width
-            active: root.bubble.showsAnswer
-            visible: active
-            sourceComponent: AnswerCard {
-                bubble: root.bubble
-            }
+            visible: root.bubble.showsAnswer
+            bubble: root.bubble
         }
 
         Rectangle {
@@ -141,24 +125,18 @@ FocusScope {
             }
         }
 
-        Loader {
+        AskSection {
             width: column.width
-            active: root.bubble.showsAsk
-            visible: active
+            visible: root.bubble.showsAsk
+            bubble: root.bubble
             focus: true
-            sourceComponent: AskSection {
-                bubble: root.bubble
-                focus: true
-            }
         }
 
         Loader {
             width: column.width
             active: root.peek
             visible: active
-            sourceComponent: TranscriptView {
-                text: root.bubble.transcript
-            }
+            Component.onCompleted: setSource("TranscriptView.qml", { "text": Qt.binding(() => root.bubble.transcript) })
         }
     }
 }

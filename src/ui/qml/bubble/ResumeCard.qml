@@ -12,6 +12,11 @@ Rectangle {
     color: Qt.rgba(0.94, 0.94, 0.94, 0.08)
     Accessible.role: Accessible.Grouping
     Accessible.name: "You've worked here before"
+    Accessible.ignored: !card.visible
+    onVisibleChanged: {
+        if (card.visible)
+            resume.forceActiveFocus()
+    }
 
     Column {
         id: content
@@ -107,7 +112,6 @@ Rectangle {
                 id: resume
 
                 text: "Continue"
-                focus: true
                 onClicked: card.bubble.resume(true)
                 Component.onCompleted: resume.forceActiveFocus()
             }

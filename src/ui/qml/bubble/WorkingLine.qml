@@ -12,6 +12,7 @@ Row {
     spacing: 8
     Accessible.role: Accessible.StaticText
     Accessible.name: line.text
+    Accessible.ignored: !line.visible
 
     QQC2.BusyIndicator {
         width: 16
