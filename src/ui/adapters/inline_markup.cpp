@@ -1,5 +1,7 @@
 #include "ui/adapters/inline_markup.h"
 
+#include <QTextDocumentFragment>
+
 #include "core/agent/citations.h"
 
 namespace zorvane {
@@ -87,15 +89,8 @@ QString inlineHtml(std::string_view text, double size) {
 }
 
 QString plainText(std::string_view text) {
-  ParsedCitations parsed = parseCitations(text);
-  std::string out;
-  for (const Segment& segment : parsed.segments) {
-    if (const auto* plain = segment.as<Segment::Text>())
-      out += plain->text;
-    else if (const auto* cite = segment.as<Segment::Cite>(); cite && cite->index < parsed.citations.size())
-      out += " " + parsed.citations[cite->index].label() + " ";
-  }
-  return QString::fromStdString(out);
+  // What the rich text shows, without its marks: what a reader should say.
+  return QTextDocumentFragment::fromHtml(inlineHtml(text, 13)).toPlainText();
 }
 
 }  // namespace zorvane
