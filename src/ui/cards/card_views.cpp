@@ -4,9 +4,13 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 
+#include "app/notch/tray_controller.h"
 #include "app/pieces/piece_controller.h"
+#include "app/shell/onboarding_controller.h"
 #include "core/base/log.h"
 #include "ui/adapters/bubble_adapter.h"
+#include "ui/adapters/onboarding_adapter.h"
+#include "ui/adapters/tray_adapter.h"
 #include "ui/shell/qt_surfaces.h"
 
 namespace zorvane {
@@ -21,6 +25,8 @@ CardViews::~CardViews() = default;
 Views CardViews::views() {
   Views views;
   views.bubble = [this](PieceController& piece) { bubble(piece); };
+  views.tray = [this](TrayController& tray) { this->tray(tray); };
+  views.onboarding = [this](OnboardingController& guide) { onboarding(guide); };
   return views;
 }
 
@@ -52,6 +58,18 @@ void CardViews::bubble(PieceController& piece) {
   const Clock& clock = clock_;
   auto* adapter = new BubbleAdapter(piece.weak_from_this(), [&clock] { return clock.wallNow(); }, window);
   if (!show(window, "bubble/Bubble.qml", {{"bubble", QVariant::fromValue(adapter)}})) delete adapter;
+}
+
+void CardViews::tray(TrayController& tray) {
+  QQuickWindow* window = static_cast<const QtPanel&>(tray.panel()).window();
+  auto* adapter = new TrayAdapter(tray.weak_from_this(), window);
+  if (!show(window, "tray/Tray.qml", {{"tray", QVariant::fromValue(adapter)}})) delete adapter;
+}
+
+void CardViews::onboarding(OnboardingController& guide) {
+  QQuickWindow* window = static_cast<const QtPanel&>(guide.panel()).window();
+  auto* adapter = new OnboardingAdapter(guide.weak_from_this(), window);
+  if (!show(window, "guide/Guide.qml", {{"guide", QVariant::fromValue(adapter)}})) delete adapter;
 }
 
 }  // namespace zorvane

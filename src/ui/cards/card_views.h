@@ -33,6 +33,8 @@ class CardViews {
   [[nodiscard]] Views views();
 
   void bubble(PieceController& piece);
+  void tray(TrayController& tray);
+  void onboarding(OnboardingController& guide);
 
   // Makes the card of the module's file `path` ("bubble/Bubble.qml") with `properties`
   // on `window`, filling its width; logs QML errors and gives null on failure.
