@@ -8,6 +8,11 @@
 # bench/ are built on it. For it the script prints its node_modules folder, the value
 # NODE_PATH wants.
 #
+# It says in one line on standard error what it installs; npm's own output goes to a log
+# (${XDG_STATE_HOME:-~/.local/state}/zorvane/install-agent-cli-<name>.log, or a file in
+# ${TMPDIR:-/tmp} where that can't be written), whose last lines and path it prints when
+# the install fails.
+#
 # Usage: scripts/install-agent-cli.sh claude|codex|pi|mcp-sdk
 # ZORVANE_TOOLS_DIR overrides ~/.cache/zorvane-tools.
 set -euo pipefail
@@ -56,14 +61,30 @@ if present && [ "$(installed_version)" = "$version" ]; then
   echo "$name $version already installed in $prefix" >&2
 else
   echo "installing $package@$version into $prefix" >&2
+  # Under the state folder when there is one (a missing home is never made, not even by
+  # root), else in the temporary folder.
+  log=""
+  if [ -n "${XDG_STATE_HOME:-}" ] || { [ -n "${HOME:-}" ] && [ -d "$HOME" ]; }; then
+    state_dir=${XDG_STATE_HOME:-$HOME/.local/state}/zorvane
+    if { mkdir -p "$state_dir" && : >"$state_dir/install-agent-cli-$name.log"; } 2>/dev/null; then
+      log=$state_dir/install-agent-cli-$name.log
+    fi
+  fi
+  [ -n "$log" ] || log=$(mktemp "${TMPDIR:-/tmp}/zorvane-install-agent-cli.XXXXXX")
+  failed() {
+    {
+      echo "$0: $1; the last lines of npm's output:"
+      tail -n 15 "$log" | sed 's/^/  /'
+      echo "$0: the whole output is in $log"
+    } >&2
+    exit 1
+  }
   mkdir -p "$prefix"
-  # npm's own chatter goes to stderr: standard output carries only the path.
-  npm install --prefix "$prefix" --no-audit --no-fund "$package@$version" >&2
+  npm install --prefix "$prefix" --no-audit --no-fund "$package@$version" </dev/null >"$log" 2>&1 ||
+    failed "installing $package@$version failed (npm exit status $?)"
   got=$(installed_version)
   if [ "$got" != "$version" ] || ! present; then
-    echo "$0: installing $package@$version failed (found version '${got:-none}'," \
-      "looked for $executable)" >&2
-    exit 1
+    failed "installing $package@$version failed (found version '${got:-none}', looked for $executable)"
   fi
 fi
 
