@@ -46,8 +46,10 @@ TEST(Agents, DiscoversToolsOnThisMachine) {
                                             "aider=" + bin + "/aider"}));
 }
 
-// The status column, and the shell runner's limits: a missing program gives nothing, a
-// program that hangs is stopped at the time limit with what it printed so far.
+// The status column, the lines --discover prints (the tools found, then each tool it can
+// drive that isn't here, with its install command), and the shell runner's limits: a
+// missing program gives nothing, a program that hangs is stopped at the time limit with
+// what it printed so far.
 TEST(Agents, StatusAndShellLimits) {
   testing::TempDir dir;
   writeTool(dir, "old-claude", "echo '--print --output-format --input-format --session-id --mcp-config'");
@@ -61,6 +63,16 @@ TEST(Agents, StatusAndShellLimits) {
   EXPECT_EQ(discoveryStatus({*AgentKind::withID("gemini"), "/x/gemini"}, Agents::missingClaudeFlags), "found");
   EXPECT_EQ(discoveryStatus({AgentKind::codex(), "/x/codex"}, Agents::missingClaudeFlags), "ready");
   EXPECT_EQ(Agents::missingClaudeFlags("/nonexistent/claude").size(), 8u);
+
+  EXPECT_EQ(discoveryLines({{AgentKind::codex(), "/x/codex"}, {*AgentKind::withID("gemini"), "/x/gemini"}},
+                           Agents::missingClaudeFlags),
+            (std::vector<std::string>{"codex\t/x/codex\tready", "gemini\t/x/gemini\tfound",
+                                      "claude\t-\tmissing: " + AgentKind::claude().installHint,
+                                      "pi\t-\tmissing: " + AgentKind::pi().installHint}));
+  EXPECT_EQ(discoveryLines({}, Agents::missingClaudeFlags),
+            (std::vector<std::string>{"claude\t-\tmissing: " + AgentKind::claude().installHint,
+                                      "codex\t-\tmissing: " + AgentKind::codex().installHint,
+                                      "pi\t-\tmissing: " + AgentKind::pi().installHint}));
 
   EXPECT_EQ(Agents::shell("/nonexistent/tool", {}), "");
   EXPECT_EQ(Agents::shell(dir.file("hang"), {}, 2), "started\n\xEF\xBF\xBD\n");
