@@ -2,36 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "core/base/run_loop.h"
-#include "platform/fake/fake_surfaces.h"
+#include "support/card_fixtures.h"
 
 namespace zorvane {
 namespace {
 
-// A tray under a notch on the fake primary screen, driven by a fake clock.
-struct TrayWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
-  FakeSurfaces surfaces;
-  std::shared_ptr<NotchController> notch =
-      NotchController::make(surfaces, queue, *clock, surfaces.screenList.front(), 7);
-  std::shared_ptr<TrayController> tray = TrayController::make(
-      queue, *clock, surfaces, notch, surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false}));
-  std::shared_ptr<FakePanel::Record> panel = surfaces.named("Zorvane tray").front();
-
-  // Lets `seconds` pass in the tray's own steps, so every tick runs.
-  void pass(double seconds) {
-    for (double done = 0; done < seconds - 1e-9; done += TrayController::kTickInterval) {
-      clock->advance(TrayController::kTickInterval);
-      queue.runUntilIdle();
-    }
-  }
-  Point overNotch() const {
-    Rect band = notch->notchRect();
-    return {band.x + band.width / 2, band.y + band.height / 2};
-  }
-  static constexpr Point kAway{100, 700};
-};
+using testing::TrayWorld;
 
 // A pointer passing over the goo shows nothing; resting there shows the tray under the
 // band; the tray stays while the pointer is over it and goes a moment after it left,

@@ -2,77 +2,26 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <mutex>
-
-#include "core/base/run_loop.h"
 #include "core/base/settings.h"
-#include "platform/fake/fake_application_services.h"
-#include "support/test_support.h"
+#include "support/card_fixtures.h"
 
 namespace zorvane {
 namespace {
 
-// A guide under a notch on fakes. The permissions are what the test sets; discovery
-// answers `found` (on its own thread, as in the application).
-struct GuideWorld {
-  testing::TempHome home;
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
-  FakeApplicationServices fakes{queue};
-  std::atomic<bool> ax = false, screen = false;
-  std::mutex mutex;
-  std::vector<InstalledAgent> found;
-  std::vector<std::string> missing;
-  std::shared_ptr<NotchController> notch =
-      NotchController::make(fakes.surfaces, queue, *clock, fakes.surfaces.screenList.front(), 7);
-  std::shared_ptr<OnboardingController> guide;
-  std::shared_ptr<FakePanel::Record> panel;
-  int changes = 0;
+using testing::GuideWorld;
+constexpr auto agent = &GuideWorld::agent;
 
-  GuideWorld() {
-    OnboardingController::Services services{
-        queue,
-        *clock,
-        fakes.desktop.services,
-        fakes.fileManager,
-        settingsPath(),
-        4242,
-        [this] {
-          std::lock_guard lock(mutex);
-          return found;
-        },
-        [this](const std::string&) {
-          std::lock_guard lock(mutex);
-          return missing;
-        },
-        [this] { return ax.load(); },
-        [this] { return screen.load(); }};
-    auto panelMade = fakes.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true});
-    guide = OnboardingController::make(std::move(services), notch, std::move(panelMade));
-    panel = fakes.surfaces.named("Welcome to Zorvane").front();
-    guide->model().onChange = [this] { ++changes; };
-  }
-  std::string settingsPath() const { return home.path() + "/config/settings.json"; }
-  void pass(double seconds) {
-    clock->advance(seconds);
-    queue.runUntilIdle();
-  }
-  void waitForAgents() { ASSERT_TRUE(queue.runUntil([&] { return !guide->model().checking; }, 10)); }
-  const OnboardingPermissionRow& row(size_t index) {
-    rows = guide->model().permissionRows();
-    return rows.at(index);
-  }
-  std::vector<OnboardingPermissionRow> rows;
-};
-
-InstalledAgent agent(const AgentKind& kind) { return {kind, "/usr/local/bin/" + kind.id}; }
+OnboardingPermissionRow permissionRow(const GuideWorld& world, size_t index) {
+  return world.guide->model().permissionRows().at(index);
+}
 
 // A permission switched on outside the guide turns its row within the next poll; a
 // grant that doesn't take says what to do, and the screen's note asks for a restart
 // only after the user asked.
 TEST(OnboardingController, PermissionsFollowTheDesktop) {
   GuideWorld world;
+  int changes = 0;
+  world.guide->model().onChange = [&changes] { ++changes; };
   world.guide->show();
   world.waitForAgents();
   EXPECT_TRUE(world.panel->visible);
@@ -82,43 +31,43 @@ TEST(OnboardingController, PermissionsFollowTheDesktop) {
   EXPECT_EQ(world.panel->frame.x + world.panel->frame.width / 2, band.x + band.width / 2);
   for (size_t i = 0; i < 3; ++i) {
     SCOPED_TRACE(i);
-    EXPECT_FALSE(world.row(i).granted) << "automation never asked shows as not granted";
-    EXPECT_EQ(world.row(i).image, "circle.dashed");
+    EXPECT_FALSE(permissionRow(world, i).granted) << "automation never asked shows as not granted";
+    EXPECT_EQ(permissionRow(world, i).image, "circle.dashed");
   }
-  EXPECT_EQ(world.row(0).button, "Grant");
-  EXPECT_EQ(world.row(2).button, "Allow");
+  EXPECT_EQ(permissionRow(world, 0).button, "Grant");
+  EXPECT_EQ(permissionRow(world, 2).button, "Allow");
   EXPECT_EQ(world.guide->model().relaunchNote(), std::nullopt);
 
-  int before = world.changes;
+  int before = changes;
   world.ax = true;
   world.pass(1.0);
-  EXPECT_TRUE(world.row(0).granted);
-  EXPECT_EQ(world.row(0).image, "checkmark.circle.fill");
-  EXPECT_EQ(world.row(0).button, std::nullopt);
-  EXPECT_EQ(world.changes, before + 1);
+  EXPECT_TRUE(permissionRow(world, 0).granted);
+  EXPECT_EQ(permissionRow(world, 0).image, "checkmark.circle.fill");
+  EXPECT_EQ(permissionRow(world, 0).button, std::nullopt);
+  EXPECT_EQ(changes, before + 1);
   world.pass(3.0);
-  EXPECT_EQ(world.changes, before + 1) << "the poll tells only of changes";
+  EXPECT_EQ(changes, before + 1) << "the poll tells only of changes";
 
   world.guide->grantScreen();
   EXPECT_TRUE(world.guide->model().screenRequested);
   EXPECT_EQ(world.guide->model().relaunchNote(), "Turned it on? Zorvane needs to restart for this one.");
   world.screen = true;
   world.pass(1.0);
-  EXPECT_TRUE(world.row(1).granted);
+  EXPECT_TRUE(permissionRow(world, 1).granted);
   EXPECT_EQ(world.guide->model().relaunchNote(), std::nullopt);
 
   world.ax = false;
   world.pass(1.0);
   world.guide->grantAX();
-  ASSERT_TRUE(world.row(0).help);
-  EXPECT_NE(world.row(0).help->find("at-spi2-core"), std::string::npos);
+  ASSERT_TRUE(permissionRow(world, 0).help);
+  EXPECT_NE(permissionRow(world, 0).help->find("at-spi2-core"), std::string::npos);
 
   // Automation: no file manager on the bus and no browser window to read.
   world.guide->grantAutomation();
   EXPECT_EQ(world.guide->model().automation, false);
-  ASSERT_TRUE(world.row(2).help);
-  EXPECT_NE(world.row(2).help->find("org.freedesktop.FileManager1"), std::string::npos);
-  EXPECT_NE(world.row(2).help->find("--remote-debugging-port"), std::string::npos);
+  ASSERT_TRUE(permissionRow(world, 2).help);
+  EXPECT_NE(permissionRow(world, 2).help->find("org.freedesktop.FileManager1"), std::string::npos);
+  EXPECT_NE(permissionRow(world, 2).help->find("--remote-debugging-port"), std::string::npos);
   // A file manager answers and a browser's tab can be read.
   world.fakes.fileManager.currentOwner = FileManagerOwner{600, nullptr};
   auto& windows = world.fakes.desktop.windows;
@@ -127,8 +76,8 @@ TEST(OnboardingController, PermissionsFollowTheDesktop) {
   world.fakes.desktop.browsers.frontTabAnswer = "https://example.com/\nExample";
   world.guide->grantAutomation();
   EXPECT_EQ(world.guide->model().automation, true);
-  EXPECT_TRUE(world.row(2).granted);
-  EXPECT_EQ(world.row(2).help, std::nullopt);
+  EXPECT_TRUE(permissionRow(world, 2).granted);
+  EXPECT_EQ(permissionRow(world, 2).help, std::nullopt);
 }
 
 // Every step can be passed with nothing granted and no agent; finishing sets
@@ -186,8 +135,6 @@ TEST(OnboardingController, AgentRowTellsWhatDiscoveryFound) {
   GuideWorld world;
   std::vector<std::vector<InstalledAgent>> reported;
   world.guide->onAgentsChanged = [&](const std::vector<InstalledAgent>& list) { reported.push_back(list); };
-  std::vector<std::string> copied;
-  world.guide->copyToClipboard = [&](const std::string& text) { copied.push_back(text); };
 
   world.guide->show();
   EXPECT_EQ(world.guide->model().agentRow().kind, OnboardingAgentRow::Kind::looking);
@@ -199,14 +146,10 @@ TEST(OnboardingController, AgentRowTellsWhatDiscoveryFound) {
   EXPECT_TRUE(row.checkAgain);
   EXPECT_EQ(row.alsoFound, std::nullopt);
   world.guide->copyInstall();
-  EXPECT_EQ(copied, (std::vector<std::string>{AgentKind::claude().installHint}));
+  EXPECT_EQ(world.copied, (std::vector<std::string>{AgentKind::claude().installHint}));
 
   auto check = [&](std::vector<InstalledAgent> found, std::vector<std::string> missing) {
-    {
-      std::lock_guard lock(world.mutex);
-      world.found = std::move(found);
-      world.missing = std::move(missing);
-    }
+    world.setAgents(std::move(found), std::move(missing));
     world.guide->recheck();
     world.waitForAgents();
     return world.guide->model().agentRow();

@@ -2,58 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <mutex>
-
-#include "core/base/run_loop.h"
 #include "core/base/settings.h"
-#include "platform/fake/fake_application_services.h"
-#include "support/test_support.h"
+#include "support/card_fixtures.h"
 #include "ui/ink_test_scenes.h"
 
 namespace zorvane {
 namespace {
 
-// A guide under a notch on fakes, with its adapter. The permissions are what the test
-// sets; discovery answers `found`.
-struct GuideViewWorld {
-  testing::TempHome home;
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
-  FakeApplicationServices fakes{queue};
-  std::atomic<bool> ax = false, screen = false;
-  std::mutex mutex;
-  std::vector<InstalledAgent> found;
-  std::shared_ptr<NotchController> notch =
-      NotchController::make(fakes.surfaces, queue, *clock, fakes.surfaces.screenList.front(), 7);
-  std::shared_ptr<OnboardingController> guide;
-  std::vector<std::string> copied;
-
-  GuideViewWorld() {
-    OnboardingController::Services services{queue,
-                                            *clock,
-                                            fakes.desktop.services,
-                                            fakes.fileManager,
-                                            settingsPath(),
-                                            4242,
-                                            [this] {
-                                              std::lock_guard lock(mutex);
-                                              return found;
-                                            },
-                                            {},
-                                            [this] { return ax.load(); },
-                                            [this] { return screen.load(); }};
-    guide = OnboardingController::make(std::move(services), notch,
-                                       fakes.surfaces.makePanel({"Welcome to Zorvane", PanelLevel::notch, false, true}));
-    guide->copyToClipboard = [this](const std::string& text) { copied.push_back(text); };
-  }
-  std::string settingsPath() const { return home.path() + "/config/settings.json"; }
-  void waitForAgents() { ASSERT_TRUE(queue.runUntil([&] { return !guide->model().checking; }, 10)); }
-  void pass(double seconds) {
-    clock->advance(seconds);
-    queue.runUntilIdle();
-  }
-};
+using testing::GuideWorld;
 
 QVariant role(OnboardingPermissionRows* rows, int at, OnboardingPermissionRows::Role which) {
   return rows->data(rows->index(at), which);
@@ -64,7 +20,7 @@ QVariant role(OnboardingPermissionRows* rows, int at, OnboardingPermissionRows::
 TEST(OnboardingAdapter, FollowsTheGuideAndReachesIt) {
   std::string why;
   if (!testing::ensureGuiApplication(why)) GTEST_SKIP() << why;
-  GuideViewWorld world;
+  GuideWorld world;
   OnboardingAdapter adapter(world.guide);
   OnboardingPermissionRows* rows = adapter.permissions();
   int changed = 0;
@@ -95,10 +51,7 @@ TEST(OnboardingAdapter, FollowsTheGuideAndReachesIt) {
   ASSERT_FALSE(adapter.copyText().isEmpty());
   adapter.copyInstall();
   EXPECT_EQ(world.copied, std::vector<std::string>{adapter.copyText().toStdString()});
-  {
-    std::lock_guard lock(world.mutex);
-    world.found = {{AgentKind::claude(), "/usr/bin/claude"}, {AgentKind::codex(), "/usr/bin/codex"}};
-  }
+  world.setAgents({GuideWorld::agent(AgentKind::claude()), GuideWorld::agent(AgentKind::codex())});
   adapter.recheck();
   world.waitForAgents();
   EXPECT_EQ(adapter.agentState(), "ready");

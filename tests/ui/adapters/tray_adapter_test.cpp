@@ -4,24 +4,13 @@
 
 #include <QPersistentModelIndex>
 
-#include "core/base/run_loop.h"
-#include "platform/fake/fake_surfaces.h"
+#include "support/card_fixtures.h"
 #include "ui/ink_test_scenes.h"
 
 namespace zorvane {
 namespace {
 
-// A tray under a notch on the fake screen, with its adapter.
-struct TrayViewWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
-  FakeSurfaces surfaces;
-  std::shared_ptr<NotchController> notch =
-      NotchController::make(surfaces, queue, *clock, surfaces.screenList.front(), 7);
-  std::shared_ptr<TrayController> tray = TrayController::make(
-      queue, *clock, surfaces, notch, surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false}));
-  std::shared_ptr<FakePanel::Record> panel = surfaces.named("Zorvane tray").front();
-};
+using testing::TrayWorld;
 
 TrayModel::LiveRow row(const std::string& name, Mood mood = Mood::idle, bool busy = false) {
   return {UUID(), name, mood, busy, "folder"};
@@ -49,7 +38,7 @@ QString role(TrayLiveRows* rows, int at, TrayLiveRows::Role which) {
 // came, went, moved or changed, so the view keeps its rows (and their focus).
 TEST(TrayAdapter, FollowsTheTraysModel) {
   SKIP_WITHOUT_DISPLAY();
-  TrayViewWorld world;
+  TrayWorld world;
   TrayAdapter adapter(world.tray);
   TrayLiveRows* rows = adapter.live();
   auto changed = counter(&adapter, &TrayAdapter::changed);
@@ -129,7 +118,7 @@ TEST(TrayAdapter, FollowsTheTraysModel) {
 // the view asks for sizes the panel, which follows a later change at once.
 TEST(TrayAdapter, ActionsAndSizeReachTheTray) {
   SKIP_WITHOUT_DISPLAY();
-  TrayViewWorld world;
+  TrayWorld world;
   std::vector<UUID> focused;
   int restores = 0, dismissals = 0;
   world.tray->onFocusPiece = [&](const UUID& id) { focused.push_back(id); };
