@@ -18,7 +18,6 @@ import socket
 import subprocess
 import sys
 import tempfile
-import time
 
 from app_checks import check, file_row_point, read_text, summary, wait_for
 

@@ -40,45 +40,16 @@ import time
 
 from PIL import Image, ImageChops, ImageGrab
 
-from app_checks import check, file_row_point, read_text, summary, wait_for
+from app_checks import check, drag, file_row_point, geometry, read_text, summary, wait_for, xdotool
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 STANDINS = os.path.join(os.path.dirname(HERE), "fixtures", "bin")
 CLAUDE_SCENARIO = {"turns": [[{"init": True}, {"text": "Reading."}, {"echoPrompt": True}]]}
 
 
-def xdotool(*args):
-    return subprocess.run(["xdotool", *[str(a) for a in args]], capture_output=True, text=True,
-                          timeout=20).stdout
-
-
 def window_of(*search):
     ids = xdotool("search", "--sync", "--onlyvisible", *search).split()
     return ids[-1] if ids else None
-
-
-def geometry(window):
-    """The window's client area in screen pixels, as the X server tells it."""
-    out = subprocess.run(["xwininfo", "-id", str(window)], capture_output=True, text=True, timeout=20).stdout
-    value = lambda name: int(re.search(name + r":\s+(-?\d+)", out).group(1))
-    return value("Absolute upper-left X"), value("Absolute upper-left Y"), value("Width"), value("Height")
-
-
-def drag(start, end, steps=40, pause=0.015, midway=None):
-    """Presses at `start`, moves to `end` in small steps and releases; `midway(step)` is
-    called after each step and may take a screenshot."""
-    xdotool("mousemove", *start)
-    time.sleep(0.1)  # the notch polls the pointer 30 times a second before it takes it
-    xdotool("mousedown", 1)
-    for step in range(1, steps + 1):
-        x = start[0] + (end[0] - start[0]) * step // steps
-        y = start[1] + (end[1] - start[1]) * step // steps
-        xdotool("mousemove", x, y)
-        time.sleep(pause)
-        if midway:
-            midway(step)
-    time.sleep(0.4)  # the goo's tip catches up with the pointer
-    xdotool("mouseup", 1)
 
 
 class Gallery:

@@ -19,7 +19,6 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 
 from app_checks import check, failures, read_text, summary, wait_for
 

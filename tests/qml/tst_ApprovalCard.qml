@@ -101,8 +101,14 @@ TestCase {
     function test_keyboard() {
         const card = createTemporaryObject(cardComponent, window.contentItem)
         decided.target = card
-        // Allow holds the focus when the card shows: Return allows.
-        tryVerify(() => buttonNamed(card, "Allow").activeFocus)
+        // The card holds the focus when it shows: a stray Return allows nothing.
+        tryVerify(() => card.activeFocus)
+        keyClick(Qt.Key_Return)
+        compare(decided.count, 0)
+        // Tab walks to Details, then Allow: Return allows.
+        keyClick(Qt.Key_Tab)
+        keyClick(Qt.Key_Tab)
+        verify(buttonNamed(card, "Allow").activeFocus)
         keyClick(Qt.Key_Return)
         compare(decided.count, 1)
         compare(decided.signalArguments[0][0], true)

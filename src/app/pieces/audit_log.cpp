@@ -14,13 +14,14 @@ namespace zorvane::AuditLog {
 std::string defaultPath() { return Paths::dataDirectory() + "/audit.log"; }
 
 void append(const std::string& path, const SystemTime& when, const UUID& piece, const std::string& tool,
-            ActionClass cls, const std::string& summary, bool allowed) {
+            ActionClass cls, const std::string& summary, bool allowed, bool byTrust) {
   JSONValue line = {{"ts", formatISO8601(when)},
                     {"pieceID", piece.uuidString()},
                     {"tool", tool},
                     {"class", std::string(rawValue(cls))},
                     {"summary", summary},
                     {"allowed", allowed}};
+  if (byTrust) line["byTrust"] = true;
   std::string bytes = line.dump(-1, ' ', false, JSONValue::error_handler_t::replace) + "\n";
   std::string folder = path.substr(0, path.rfind('/'));
   if (!folder.empty()) (void)createDirectories(folder);

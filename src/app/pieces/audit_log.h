@@ -16,8 +16,9 @@ namespace zorvane::AuditLog {
 std::string defaultPath();
 
 // Appends {"ts", "pieceID", "tool", "class", "summary", "allowed"} and a line feed to
-// the file at `path`, creating it (0600) and its folder when missing.
+// the file at `path`, creating it (0600) and its folder when missing. `byTrust` marks an
+// act that passed unasked because the user trusted the piece ("byTrust": true).
 void append(const std::string& path, const SystemTime& when, const UUID& piece, const std::string& tool,
-            ActionClass cls, const std::string& summary, bool allowed);
+            ActionClass cls, const std::string& summary, bool allowed, bool byTrust = false);
 
 }  // namespace zorvane::AuditLog

@@ -451,7 +451,8 @@ void PieceController::layout() {
     Rect visible = screen ? screen->visibleFrame : Rect{0, 0, 1e6, 1e6};
     double x = handleFrame.maxX() - 4;
     if (x + size.width > visible.maxX()) x = handleFrame.minX() - size.width + 4;
-    double y = handleFrame.maxY() - size.height + 4;
+    // The bubble hangs down from beside the knot, its top 4 points above the knot's.
+    double y = handleFrame.minY() - 4;
     y = std::max(std::min(y, visible.maxY() - size.height), visible.minY());
     x = std::max(x, visible.minX());
     frame = {x, y, size.width, size.height};
@@ -999,6 +1000,10 @@ void PieceController::requestApproval(const std::string& tool, const JSONObject&
   }
   const Decision::Ask& ask = *decision.asAsk();
   if (ask.actionClass == ActionClass::act && trustActs_) {
+    // Passed on the user's standing word: still written down, so the audit log lists
+    // everything that ran, asked or not.
+    AuditLog::append(services_.auditLogPath, services_.clock.wallNow(), pieceID_, tool, ask.actionClass,
+                     ApprovalText::escaped(ask.summary), true, true);
     respond(true);
     return;
   }
@@ -1051,6 +1056,8 @@ void PieceController::decide(bool allow) {
     pendingApprovals_.erase(pendingApprovals_.begin());
     // A trust given meanwhile lets a waiting act through without a second card.
     if (trustActs_ && next.cls == ActionClass::act) {
+      AuditLog::append(services_.auditLogPath, services_.clock.wallNow(), pieceID_, next.toolName, next.cls,
+                       next.summary, true, true);
       if (next.respond) next.respond(true);
       state_.mood = Mood::working;
       changed();
@@ -1093,8 +1100,13 @@ void PieceController::processInbox() {
 
 void PieceController::flare(const Citation& citation) {
   double until = services_.clock.wallSeconds() + 0.4;
-  for (Tentacle& tentacle : tentacles_)
-    if (tentacle.target.displayName() == citation.file) tentacle.flareUntil = until;
+  int flared = 0;
+  for (Tentacle& tentacle : tentacles_) {
+    if (tentacle.target.displayName() != citation.file) continue;
+    tentacle.flareUntil = until;
+    ++flared;
+  }
+  Log::info("flare " + citation.file + ": " + std::to_string(flared) + (flared == 1 ? " tentacle" : " tentacles"));
 }
 
 // --- Learning ---

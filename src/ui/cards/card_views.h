@@ -1,6 +1,7 @@
 // CardViews: the Qt Quick cards on the application's panels. It owns the one QML engine
 // of the views and makes, for each controller it is handed, the adapter and the card
-// on that controller's panel; both live as long as the panel's window.
+// on that controller's panel; the card lives as long as the panel's window, and its
+// adapter as long as the card.
 //
 //   CardViews cards(clock);
 //   context.views = cards.views();
@@ -41,6 +42,8 @@ class CardViews {
   QQuickItem* show(QQuickWindow* window, const char* path, const QVariantMap& properties);
 
  private:
+  static void adopt(QQuickItem* card, QObject* adapter);
+
   const Clock& clock_;
   QQmlEngine engine_;
   std::map<std::string, std::unique_ptr<QQmlComponent>> components_;

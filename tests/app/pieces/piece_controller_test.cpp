@@ -61,8 +61,8 @@ TEST(PieceController, AskRunsATurnAndKeepsTheConversation) {
 }
 
 // Gated agents ask through the policy: a deny never reaches the user, an irreversible
-// act is always asked, trusting a piece lets its acts through, and every decision
-// shown to the user is in the audit log.
+// act is always asked, trusting a piece lets its acts through, and every decision,
+// the user's and the trusted ones, is in the audit log.
 TEST(PieceController, ApprovalsFollowThePolicyAndAreAudited) {
   PieceWorld world;
   testing::TempDir dir;
@@ -94,8 +94,9 @@ TEST(PieceController, ApprovalsFollowThePolicyAndAreAudited) {
   EXPECT_EQ(verdicts, (std::vector<bool>{false, true, true}));
 
   std::string audit = testing::readAll(world.services.auditLogPath);
-  EXPECT_EQ(std::count(audit.begin(), audit.end(), '\n'), 2);
+  EXPECT_EQ(std::count(audit.begin(), audit.end(), '\n'), 3);
   EXPECT_NE(audit.find("\"allowed\":false"), std::string::npos);
+  EXPECT_NE(audit.find("\"byTrust\":true,\"class\":\"act\""), std::string::npos) << audit;
   EXPECT_NE(audit.find("\"class\":\"irreversible\""), std::string::npos);
 
   // The agent gives up: the open card goes, and its tool server hears no.

@@ -2,8 +2,10 @@ import QtQuick
 import Zorvane.Ui
 
 // An act waiting for the user's word: what kind of act, what it does, what will really
-// run, and Deny / Allow (and, for clicks and typing, Allow all for this piece). Allow
-// takes the keyboard focus when the card shows; Escape is left to the card around it.
+// run, and Deny / Allow (and, for clicks and typing, Allow all for this piece). The card
+// itself takes the keyboard focus when it shows, not Allow: a Return meant for the ask
+// field, typed as the card appears, must not allow anything. Tab walks on to Details,
+// Allow, Allow all and Deny; Escape is left to the card around it.
 Rectangle {
     id: card
 
@@ -23,10 +25,17 @@ Rectangle {
     Accessible.role: Accessible.AlertMessage
     Accessible.name: card.label + ": " + card.summary
     Accessible.ignored: !card.visible
+    Component.onCompleted: {
+        if (card.visible)
+            card.forceActiveFocus()
+    }
     onVisibleChanged: {
         if (card.visible)
-            allow.forceActiveFocus()
+            card.forceActiveFocus()
     }
+    // Return and Enter on the card itself do nothing, and go no further.
+    Keys.onReturnPressed: {}
+    Keys.onEnterPressed: {}
 
     Column {
         id: content
@@ -96,14 +105,8 @@ Rectangle {
             layoutDirection: Qt.RightToLeft
 
             InkPrimary {
-                id: allow
-
                 text: "Allow"
                 onClicked: card.decided(true)
-                Component.onCompleted: {
-                    if (card.visible)
-                        allow.forceActiveFocus()
-                }
             }
             InkButton {
                 visible: card.offersTrust

@@ -12,8 +12,10 @@ FocusScope {
 
     implicitHeight: content.implicitHeight
     onVisibleChanged: {
-        if (section.visible)
-            field.forceActiveFocus()
+        if (!section.visible)
+            return;
+        field.forceActiveFocus();
+        field.cursorPosition = field.length; // after what was typed while it was hidden
     }
 
     Column {

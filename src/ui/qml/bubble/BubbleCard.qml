@@ -14,6 +14,19 @@ FocusScope {
     onImplicitHeightChanged: root.bubble.setContentHeight(root.implicitHeight)
     Component.onCompleted: root.bubble.setContentHeight(root.implicitHeight)
     Keys.onEscapePressed: root.bubble.close()
+    // Typing while the ask field is hidden (a turn under way, an approval open) goes into
+    // the draft, which the field shows when it comes back: nothing typed is lost.
+    Keys.onPressed: event => {
+        if (root.bubble.showsAsk || (event.modifiers & (Qt.ControlModifier | Qt.AltModifier | Qt.MetaModifier)))
+            return;
+        if (event.key === Qt.Key_Backspace) {
+            root.bubble.setDraft(root.bubble.draft.slice(0, -1));
+            event.accepted = true;
+        } else if (event.text.length > 0 && event.text.charCodeAt(0) >= 32 && event.text.charCodeAt(0) !== 127) {
+            root.bubble.setDraft(root.bubble.draft + event.text);
+            event.accepted = true;
+        }
+    }
     Accessible.role: Accessible.Pane
     Accessible.name: root.bubble.targetName
 
