@@ -44,10 +44,12 @@ void BubbleAdapter::refresh() {
   error_ = q(state.error.value_or(""));
   draft_ = q(state.draft);
   citations_ = listOf(model_.citationLabels);
-  answer_.setMarkdown(model_.answerMarkdown, 13);
-  answerText_.clear();
-  for (int i = 0; i < answer_.rowCount(); ++i)
-    answerText_ += (i == 0 ? "" : "\n") + answer_.data(answer_.index(i), MarkdownModel::PlainRole).toString();
+  // A keystroke in the field refreshes too: the answer is read again only when it changed.
+  if (answer_.setMarkdown(model_.answerMarkdown, 13)) {
+    answerText_.clear();
+    for (int i = 0; i < answer_.rowCount(); ++i)
+      answerText_ += (i == 0 ? "" : "\n") + answer_.data(answer_.index(i), MarkdownModel::PlainRole).toString();
+  }
   skillNames_.clear();
   skillHelps_.clear();
   for (const LearnedSkill& skill : state.skills) {

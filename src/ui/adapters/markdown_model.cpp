@@ -21,14 +21,16 @@ QString joinedPlain(const std::vector<std::string>& parts, const char* separator
 
 }  // namespace
 
-void MarkdownModel::setMarkdown(std::string_view text, double size) {
+bool MarkdownModel::setMarkdown(std::string_view text, double size) {
+  if (text == text_ && size == size_) return false;
+  text_ = text;
   std::vector<MDBlock> next = MarkdownBlocks::parse(text);
   if (size != size_) {
     size_ = size;
     beginResetModel();
     blocks_ = std::move(next);
     endResetModel();
-    return;
+    return true;
   }
   size_t same = 0;
   while (same < blocks_.size() && same < next.size() && blocks_[same] == next[same]) ++same;
@@ -47,6 +49,7 @@ void MarkdownModel::setMarkdown(std::string_view text, double size) {
     blocks_.insert(blocks_.end(), next.begin() + long(blocks_.size()), next.end());
     endInsertRows();
   }
+  return true;
 }
 
 int MarkdownModel::rowCount(const QModelIndex& parent) const { return parent.isValid() ? 0 : int(blocks_.size()); }

@@ -38,7 +38,9 @@ class MarkdownModel final : public QAbstractListModel {
   explicit MarkdownModel(QObject* parent) : QAbstractListModel(parent) {}
 
   // The text to show and the body size in points (citation labels are drawn 2 smaller).
-  void setMarkdown(std::string_view text, double size);
+  // The same text and size again change nothing and cost a comparison; returns whether
+  // anything changed.
+  bool setMarkdown(std::string_view text, double size);
   [[nodiscard]] const std::vector<MDBlock>& blocks() const { return blocks_; }
 
   int rowCount(const QModelIndex& parent = {}) const override;
@@ -47,6 +49,7 @@ class MarkdownModel final : public QAbstractListModel {
 
  private:
   std::vector<MDBlock> blocks_;
+  std::string text_;
   double size_ = 13;
 };
 

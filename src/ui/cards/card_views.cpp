@@ -53,32 +53,34 @@ QQuickItem* CardViews::show(QQuickWindow* window, const char* path, const QVaria
   return item;
 }
 
-// The card owns its adapter, so that the adapter goes after the card's bindings: owned
-// by the window beside the card, it could go first and leave them reading null.
-void CardViews::adopt(QQuickItem* card, QObject* adapter) {
+QQuickItem* CardViews::show(QQuickWindow* window, const char* path, const char* property, QObject* adapter) {
+  QQuickItem* card = show(window, path, {{property, QVariant::fromValue(adapter)}});
+  // The card owns its adapter, so that the adapter goes after the card's bindings: owned
+  // by the window beside the card, it could go first and leave them reading null.
   if (card)
     adapter->setParent(card);
   else
     delete adapter;
+  return card;
 }
 
 void CardViews::bubble(PieceController& piece) {
   QQuickWindow* window = static_cast<const QtPanel&>(piece.bubble()).window();
   const Clock& clock = clock_;
   auto* adapter = new BubbleAdapter(piece.weak_from_this(), [&clock] { return clock.wallNow(); }, window);
-  adopt(show(window, "bubble/Bubble.qml", {{"bubble", QVariant::fromValue(adapter)}}), adapter);
+  show(window, "bubble/Bubble.qml", "bubble", adapter);
 }
 
 void CardViews::tray(TrayController& tray) {
   QQuickWindow* window = static_cast<const QtPanel&>(tray.panel()).window();
   auto* adapter = new TrayAdapter(tray.weak_from_this(), window);
-  adopt(show(window, "tray/Tray.qml", {{"tray", QVariant::fromValue(adapter)}}), adapter);
+  show(window, "tray/Tray.qml", "tray", adapter);
 }
 
 void CardViews::onboarding(OnboardingController& guide) {
   QQuickWindow* window = static_cast<const QtPanel&>(guide.panel()).window();
   auto* adapter = new OnboardingAdapter(guide.weak_from_this(), window);
-  adopt(show(window, "guide/Guide.qml", {{"guide", QVariant::fromValue(adapter)}}), adapter);
+  show(window, "guide/Guide.qml", "guide", adapter);
 }
 
 }  // namespace zorvane

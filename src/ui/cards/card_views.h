@@ -40,10 +40,11 @@ class CardViews {
   // Makes the card of the module's file `path` ("bubble/Bubble.qml") with `properties`
   // on `window`, filling its width; logs QML errors and gives null on failure.
   QQuickItem* show(QQuickWindow* window, const char* path, const QVariantMap& properties);
+  // The same with one adapter as the card's `property`; the card takes the adapter over
+  // (deleted at once when the card can't be made).
+  QQuickItem* show(QQuickWindow* window, const char* path, const char* property, QObject* adapter);
 
  private:
-  static void adopt(QQuickItem* card, QObject* adapter);
-
   const Clock& clock_;
   QQmlEngine engine_;
   std::map<std::string, std::unique_ptr<QQmlComponent>> components_;
