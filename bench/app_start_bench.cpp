@@ -26,6 +26,8 @@
 #include <string>
 #include <vector>
 
+#include "figure_line.h"
+
 #ifndef ZORVANE_EXECUTABLE
 #define ZORVANE_EXECUTABLE "zorvane"
 #endif
@@ -161,6 +163,7 @@ int main(int argc, char** argv) {
     if (std::string(argv[i]) == "--starts") starts = std::max(1, std::atoi(argv[i + 1]));
   if (!getenv("DISPLAY")) {
     printf("app_start_bench: no display; run it under scripts/headless-desktop.sh\n");
+    zorvane::printNotRun("no display (run under scripts/headless-desktop.sh)");
     return 0;
   }
   std::string home = (std::filesystem::temp_directory_path() / ("zorvane-start-bench-" + std::to_string(getpid())));
@@ -172,6 +175,7 @@ int main(int argc, char** argv) {
   std::filesystem::remove_all(home);
   if (app.empty() || tool.empty()) {
     printf("app_start_bench: a start didn't finish within %d ms\n", kTimeoutMs);
+    zorvane::printNotRun("a start didn't finish within " + std::to_string(kTimeoutMs) + " ms");
     return 0;
   }
   double a = median(app), t = median(tool);
@@ -179,5 +183,7 @@ int main(int argc, char** argv) {
   printf("tool server start to its initialize reply       %8.1f ms (median of %zu)  x%.1f\n", t, tool.size(),
          t > 0 ? a / t : 0);
   printf("goal 300 ms: %s\n", a <= 300 ? "met" : "missed");
+  zorvane::printFigure("app start to the peer socket answering, median", a, "ms", zorvane::Goal::atMost(300), t,
+                       "the tool server's start");
   return 0;
 }

@@ -25,6 +25,7 @@
 #include <X11/Xutil.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -35,6 +36,7 @@
 #include "platform/x11/x11_display.h"
 #include "platform/x11/x11_screen_capture.h"
 #include "platform/x11/x11_window_service.h"
+#include "figure_line.h"
 
 namespace zorvane {
 namespace {
@@ -208,6 +210,7 @@ int main(int argc, char** argv) {
   using namespace zorvane;
   if (!std::getenv("DISPLAY")) {
     std::printf("desktop_bench: needs an X display; run it as scripts/headless-desktop.sh %s\n", argv[0]);
+    printNotRun("no display (run under scripts/headless-desktop.sh)");
     return 0;
   }
   benchmark::Initialize(&argc, argv);
@@ -215,12 +218,14 @@ int main(int argc, char** argv) {
   d.display = X11Display::open();
   if (!d.display) {
     std::printf("desktop_bench: can't open the display %s\n", std::getenv("DISPLAY"));
+    printNotRun("can't open the display");
     return 0;
   }
   d.windows = std::make_unique<X11WindowService>(d.display);
   d.capture = std::make_unique<X11ScreenCapture>(d.display);
   if (!makeWindow()) {
     std::printf("desktop_bench: the test window never appeared in the window list at %dx%d\n", kWidth, kHeight);
+    printNotRun("the test window never appeared in the window list at its size");
     return 0;
   }
   // The first capture redirects the window and waits for its repaint: not part of the
@@ -245,6 +250,15 @@ int main(int argc, char** argv) {
   line("capture vs XGetImage", collector.ms("BM_Capture/real_time"), plain, "plain XGetImage");
   line("window list", collector.ms("BM_WindowList/real_time"), trip, "one round trip");
   line("window(id)", collector.ms("BM_WindowByID/real_time"), trip, "one round trip");
+  auto measured = [](double ms) { return ms < 0 ? NAN : ms; };
+  printFigure("desktop screenshot 1280x800", measured(shot), "ms", Goal::atMost(kGoalMs), measured(plain),
+              "plain XGetImage");
+  printFigure("desktop screenshot scaled to 1024x640", measured(scaledShot), "ms", Goal::atMost(kGoalMs),
+              measured(plain), "plain XGetImage");
+  printFigure("desktop window list", measured(collector.ms("BM_WindowList/real_time")), "ms", Goal::none(),
+              measured(trip), "one round trip");
+  printFigure("desktop window(id)", measured(collector.ms("BM_WindowByID/real_time")), "ms", Goal::none(),
+              measured(trip), "one round trip");
   XDestroyWindow(d.display->display(), d.window);
   XSync(d.display->display(), False);
   return 0;

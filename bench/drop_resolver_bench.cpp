@@ -31,6 +31,7 @@
 
 #include "app/resolver/drop_resolver.h"
 #include "platform/desktop.h"
+#include "figure_line.h"
 #include "summary_reporter.h"
 
 using namespace zorvane;
@@ -109,12 +110,18 @@ void printSummary(const SummaryReporter& reporter) {
     const char* name;
     double goal;
   };
-  for (Row row : {Row{"resolve_file_row", 30}, Row{"resolve_folder", 30}, Row{"resolve_browser", 30},
-                  Row{"tick_window", 1}, Row{"tick_element", 1}, Row{"tick_hidden", 1}}) {
+  const Row rows[] = {Row{"resolve_file_row", 30}, Row{"resolve_folder", 30}, Row{"resolve_browser", 30},
+                      Row{"tick_window", 1},       Row{"tick_element", 1},    Row{"tick_hidden", 1}};
+  for (Row row : rows) {
     double ms = time(row.name);
     if (ms == 0) continue;
     std::printf("%-18s %10.3f %8g %10.3f %12.2f  %s\n", row.name, ms, row.goal, ms / row.goal,
                 baseline > 0 ? ms / baseline : 0.0, ms <= row.goal ? "met" : "MISSED");
+  }
+  for (Row row : rows) {
+    double ms = time(row.name);
+    printFigure(std::string("drop resolver ") + row.name, ms > 0 ? ms : NAN, "ms", Goal::atMost(row.goal),
+                baseline > 0 ? baseline : NAN, "the window list");
   }
 }
 
@@ -123,6 +130,7 @@ void printSummary(const SummaryReporter& reporter) {
 int main(int argc, char** argv) {
   if (!std::getenv("DISPLAY")) {
     std::printf("drop_resolver_bench needs a display: run it under tests/desktop/file_manager_desktop.sh\n");
+    printNotRun("no display (run under tests/desktop/file_manager_desktop.sh)");
     return 0;
   }
   // The test wrapper's filter is not ours.
@@ -160,6 +168,7 @@ int main(int argc, char** argv) {
   if (!ready) {
     std::printf("drop_resolver_bench: Thunar's details view didn't show the files (is thunar installed, and run "
                 "through tests/desktop/file_manager_desktop.sh?)\n");
+    printNotRun("Thunar's details view didn't show the files");
     status = 1;
   } else {
     Rect row = *cell->frame();

@@ -257,6 +257,17 @@ def perf_lines(text, view):
     return [tuple(float(g) for g in m.groups()) for m in re.finditer(pattern, text)]
 
 
+def figure(name, measured, unit, goal="-", baseline=None, baseline_name="-", why=None):
+    """One machine-readable line for scripts/bench.sh (bench/figure_line.h has the format)."""
+    value = lambda v: "-" if v is None else "%.6g" % v
+    print("FIGURE\t%s\t%s\t%s\t%s\t%s\t%s%s" % (name, value(measured), unit, goal, value(baseline), baseline_name,
+                                                 "\t" + why if why else ""), flush=True)
+
+
+def not_run(why):
+    print("NOT-RUN\t%s" % why, flush=True)
+
+
 def print_table(rows):
     print()
     print("%-34s %10s %10s %18s %22s" % ("situation", "total %", "main %", "render+llvmpipe %",
@@ -277,6 +288,11 @@ def print_table(rows):
     print("  (%% of one core: CPU seconds per wall second over %d s. The estimate with a GPU is the total "
           "less the llvmpipe threads and the render threads: llvmpipe rasterises on the processor what a GPU "
           "would, and the render thread mostly drives it.)" % MEASURE_SECONDS)
+    for situation, m in rows:
+        if m is not None:
+            busy = m["render"] + m["llvmpipe"]
+            figure("idle cost %s, CPU" % situation, m["total"], "% of a core")
+            figure("idle cost %s, estimate with a GPU" % situation, m["total"] - busy, "% of a core")
 
 
 def bond_three(app, widget_app):
@@ -371,6 +387,8 @@ def perf_run(zorvane, widget_app, root):
         print("one rendered notch frame (%s, at rest, --perf over %d lines of ~2 s): GPU %.2f ms avg "
               "(max %.2f), main thread %.3f ms avg (max %.3f), %.0f frames a line"
               % (NOTCH_VIEW, len(steady), gpu, max(l[1] for l in steady), main, max(l[3] for l in steady), frames))
+        figure("idle cost notch frame at rest, GPU", gpu, "ms")
+        figure("idle cost notch frame at rest, main thread", main, "ms")
         since = len(app.text())
         time.sleep(2.5)
         print("ink views drawing with no piece (--perf, last ~2 s line each, busiest first):")
@@ -380,6 +398,8 @@ def perf_run(zorvane, widget_app, root):
         if software:
             print("frame rate during a pull: not checked here; the 120 fps check needs a GPU "
                   "(this renderer is %s)" % (renderer or "unknown"))
+            figure("idle cost notch during a pull, frame rate", None, "frames/s", ">= 120",
+                   why="needs a GPU; the renderer is %s" % (renderer or "unknown"))
         elif band is None:
             print("no 'notch relayout' line: can't pull")
         else:
@@ -392,6 +412,7 @@ def perf_run(zorvane, widget_app, root):
                 best = max(during, key=lambda l: l[5])
                 print("notch during a pull: %.0f frames a second (from %d frames in a ~2 s line; goal 120), "
                       "GPU %.2f ms avg" % (best[5] / 2.0, best[5], best[0]))
+                figure("idle cost notch during a pull, frame rate", best[5] / 2.0, "frames/s", ">= 120")
             else:
                 print("notch during a pull: no perf line came")
             xdotool("mousemove", 10, 700)
@@ -416,6 +437,7 @@ def main(argv):
         return 2
     if not os.environ.get("DISPLAY"):
         print("no display: run inside scripts/headless-desktop.sh --compositor")
+        not_run("no display (run under scripts/headless-desktop.sh --compositor)")
         return SKIPPED
     zorvane = os.path.abspath(argv[0])
     widget_app = os.path.join(os.path.dirname(zorvane), "tests", "fixtures", "zorvane_qt_widget_app")

@@ -20,6 +20,7 @@
 #include "core/goo/shapes.h"
 #include "core/ink/ink_pipeline.h"
 #include "core/ink/ink_reference.h"
+#include "figure_line.h"
 #include "summary_reporter.h"
 
 namespace zorvane {
@@ -120,6 +121,8 @@ void printSummary(const SummaryReporter& reporter) {
                 100 * bin / kBudgetSeconds, bin <= kBudgetSeconds ? "met" : "MISSED");
     if (copy > 0) std::printf("; %.1f × a copy of the same bytes (%.2f µs)", bin / copy, copy * 1e6);
     std::printf("\n");
+    printFigure(std::string("ink binning, ") + which, bin * 1e6, "us", Goal::atMost(kBudgetSeconds * 1e6),
+                copy > 0 ? copy * 1e6 : NAN, "a copy of the bytes binning makes");
   }
   double reference = find("reference/notch"), fill = find("fill/notch");
   if (reference > 0) {
@@ -128,6 +131,8 @@ void printSummary(const SummaryReporter& reporter) {
                 reference * 1e3);
     if (fill > 0) std::printf("; %.0f × a memset of the same image (%.1f µs)", reference / fill, fill * 1e6);
     std::printf("\n");
+    printFigure("ink CPU reference, notch frame", reference * 1e3, "ms", Goal::none(), fill > 0 ? fill * 1e3 : NAN,
+                "a memset of the same image");
   }
 }
 

@@ -11,6 +11,7 @@
 // This program reports; it never fails a build.
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@
 
 #include "core/agent/citations.h"
 #include "core/agent/markdown_blocks.h"
+#include "figure_line.h"
 
 namespace {
 
@@ -154,6 +156,19 @@ void printSummary(const std::map<std::string, double>& rates) {
                (citations == 0 || citations >= kGoalMBPerSecond);
     std::printf("%-16s %14.0f %10.0f %10.3f %10.0f %7.3f  %s\n", name.c_str(), baseline, markdown,
                 ratio(markdown), citations, ratio(citations), met ? "met" : "MISSED");
+  }
+  for (const auto& [name, text] : inputs()) {
+    auto find = [&](const std::string& prefix) {
+      auto found = rates.find(prefix + "/" + name);
+      return found == rates.end() ? NAN : found->second;
+    };
+    double baseline = find("newline_scan");
+    if (auto markdown = find("MarkdownBlocks.parse"); !std::isnan(markdown))
+      zorvane::printFigure("markdown MarkdownBlocks::parse, " + name, markdown, "MB/s",
+                           zorvane::Goal::atLeast(kGoalMBPerSecond), baseline, "memchr scan for line feeds");
+    if (auto citations = find("parseCitations"); !std::isnan(citations))
+      zorvane::printFigure("markdown parseCitations, " + name, citations, "MB/s",
+                           zorvane::Goal::atLeast(kGoalMBPerSecond), baseline, "memchr scan for line feeds");
   }
 }
 

@@ -13,6 +13,7 @@
 // against real windows by drop_resolver_bench. This program reports; it never fails.
 #include <benchmark/benchmark.h>
 
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 
@@ -20,6 +21,7 @@
 #include "app/pieces/piece_controller.h"
 #include "core/base/run_loop.h"
 #include "platform/fake/fake_application_services.h"
+#include "figure_line.h"
 #include "summary_reporter.h"
 
 namespace zorvane {
@@ -132,5 +134,10 @@ int main(int argc, char** argv) {
            one > 0 ? twenty / one : 0, twenty <= 1.5 ? "met" : "missed");
     printf("  route list, 50 pieces  %.4f ms  goal 0.1 ms: %s\n", list, list <= 0.1 ? "met" : "missed");
     printf("  route ask, 50 pieces   %.4f ms  goal 0.1 ms: %s\n", ask, ask <= 0.1 ? "met" : "missed");
+    auto measured = [](double ms) { return ms > 0 ? ms : NAN; };
+    zorvane::printFigure("pieces 20 pieces, one frame", measured(twenty), "ms", zorvane::Goal::atMost(1.5),
+                         measured(one), "one piece's tick");
+    zorvane::printFigure("pieces route list, 50 pieces", measured(list), "ms", zorvane::Goal::atMost(0.1));
+    zorvane::printFigure("pieces route ask, 50 pieces", measured(ask), "ms", zorvane::Goal::atMost(0.1));
   });
 }

@@ -25,6 +25,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -35,6 +36,7 @@
 #include "core/hub/activity.h"
 #include "core/registry/piece_snapshots.h"
 #include "core/registry/session_store.h"
+#include "figure_line.h"
 
 namespace zorvane {
 namespace {
@@ -367,9 +369,13 @@ void printStore(const Collector& collector, const std::string& store, const std:
                 change.c_str(), counter("p50_ms"), counter("p99_ms"), counter("max_ms"));
     std::printf("%-10s it works %.3f ms p99, %.3f ms worst = %.3fx a frame of %.0f ms at p99: %s\n", "", cpu,
                 counter("cpu_max_ms"), cpu / kFrameMs, kFrameMs, cpu <= kFrameMs ? "within a frame" : "OVER A FRAME");
+    printFigure("stores " + store + " " + change + ", main thread CPU p99", cpu, "ms", Goal::atMost(kFrameMs),
+                here->ms, "encode and save on the calling thread");
   } else {
     std::printf("%-10s %s on the calling thread: %.3f ms = %.3fx a frame of %.0f ms\n", "", change.c_str(), here->ms,
                 here->ms / kFrameMs, kFrameMs);
+    printFigure("stores " + store + " " + change + " on the calling thread", here->ms, "ms", Goal::none(),
+                flushed->ms, "write and fsync of the same bytes");
   }
 }
 

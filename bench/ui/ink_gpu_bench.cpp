@@ -33,6 +33,7 @@
 #include "ui/ink_gpu_pipeline.h"
 #include "ui/ink_offscreen_renderer.h"
 #include "ui/ink_view.h"
+#include "../figure_line.h"
 #include "../summary_reporter.h"
 
 // Every heap allocation of the process, so the idle ticks can be shown to make none.
@@ -125,14 +126,23 @@ void printSummary(const SummaryReporter& reporter) {
     if (binned == 0 || unbinned == 0) continue;
     std::printf("GPU frame %s: binned %.2f ms, unbinned %.2f ms: binning is %.1f x faster\n", size, binned * 1e3,
                 unbinned * 1e3, unbinned / binned);
+    printFigure(std::string("ink GPU frame ") + size + ", binned", binned * 1e3, "ms", Goal::none(), unbinned * 1e3,
+                "the same frame unbinned");
   }
   double idle = find("view/idle"), busy = find("view/busy");
-  if (idle > 0 && busy > 0)
+  if (idle > 0 && busy > 0) {
     std::printf("idle InkView tick: %.3f us, %.4f of a busy tick (%.2f us)\n", idle * 1e6, idle / busy, busy * 1e6);
+    printFigure("ink idle InkView tick", idle * 1e6, "us", Goal::none(), busy * 1e6, "a busy tick");
+  }
   if (idleCounts.ticks > 0)
     std::printf("idle InkView over %llu ticks: %llu GL draws, %llu buffer (re)allocations, %llu heap allocations\n",
                 (unsigned long long)idleCounts.ticks, (unsigned long long)idleCounts.draws,
                 (unsigned long long)idleCounts.allocations, (unsigned long long)idleCounts.heap);
+  if (idleCounts.ticks > 0) {
+    printFigure("ink idle InkView, GL draws", double(idleCounts.draws), "count", Goal::atMost(0));
+    printFigure("ink idle InkView, buffer (re)allocations", double(idleCounts.allocations), "count", Goal::atMost(0));
+    printFigure("ink idle InkView, heap allocations", double(idleCounts.heap), "count", Goal::atMost(0));
+  }
 }
 
 }  // namespace
@@ -142,6 +152,7 @@ int main(int argc, char** argv) {
   using namespace zorvane;
   if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")) {
     std::printf("ink_gpu_bench: needs a display (DISPLAY is not set); run it under scripts/headless-desktop.sh\n");
+    printNotRun("no display (run under scripts/headless-desktop.sh)");
     return 0;
   }
   if (!std::getenv("QT_QPA_PLATFORM")) setenv("QT_QPA_PLATFORM", "offscreen", 1);
@@ -149,6 +160,7 @@ int main(int argc, char** argv) {
   auto created = InkOffscreenRenderer::create();
   if (!created) {
     std::printf("ink_gpu_bench: %s\n", created.error().c_str());
+    printNotRun(created.error());
     return 0;
   }
   renderer = created->get();
