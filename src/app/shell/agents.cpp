@@ -1,7 +1,6 @@
 #include "app/shell/agents.h"
 
 #include <dirent.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,11 +25,6 @@ static std::vector<std::string> listDirectory(const std::string& path) {
   }
   ::closedir(dir);
   return names;
-}
-
-static bool isExecutableFile(const std::string& path) {
-  struct stat info {};
-  return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
 std::string shell(const std::string& path, const std::vector<std::string>& arguments,
@@ -61,7 +55,7 @@ std::vector<std::string> missingClaudeFlags(const std::string& path) {
 std::vector<InstalledAgent> discover() {
   const std::string home = Paths::home();
   std::vector<std::string> folders = AgentDiscovery::searchDirectories(home, listDirectory);
-  std::vector<InstalledAgent> found = AgentDiscovery::discover(AgentKind::all(), folders, isExecutableFile);
+  std::vector<InstalledAgent> found = AgentDiscovery::discover(AgentKind::all(), folders, Paths::isExecutableFile);
 
   auto missingKinds = [&found] {
     std::vector<AgentKind> missing;
@@ -74,16 +68,7 @@ std::vector<InstalledAgent> discover() {
 
   // This process's own PATH: a tool the user can run from the terminal that started us.
   if (auto missing = missingKinds(); !missing.empty()) {
-    std::vector<std::string> pathFolders;
-    const char* path = getenv("PATH");
-    std::string_view rest = path != nullptr ? path : "";
-    while (!rest.empty()) {
-      size_t colon = rest.find(':');
-      std::string folder(rest.substr(0, colon));
-      rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
-      if (!folder.empty() && folder[0] == '/') pathFolders.push_back(folder);
-    }
-    auto more = AgentDiscovery::discover(missing, pathFolders, isExecutableFile);
+    auto more = AgentDiscovery::discover(missing, Paths::searchPath(), Paths::isExecutableFile);
     found.insert(found.end(), more.begin(), more.end());
   }
 

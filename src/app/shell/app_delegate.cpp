@@ -1,7 +1,5 @@
 #include "app/shell/app_delegate.h"
 
-#include <dirent.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +11,7 @@
 
 #include "app/resolver/drop_resolver.h"
 #include "app/resolver/restorer.h"
+#include "app/shell/desktop_settings.h"
 #include "platform/process_ancestry.h"
 #include "core/base/log.h"
 #include "core/base/settings.h"
@@ -88,32 +87,13 @@ std::string shellQuoted(const std::string& text) {
 }
 
 // Starts `executable` once the process `pid` has ended (at most 30 s from now), from a
-// shell in a session of its own that holds none of this process's descriptors: the new
-// instance must not find this one's peer socket open.
+// shell in a session of its own: the new instance must not find this one's peer socket
+// open.
 bool startAfterExit(int32_t pid, const std::string& executable) {
   std::string script = "i=0; while kill -0 " + std::to_string(pid) +
                        " 2>/dev/null && [ $i -lt 150 ]; do sleep 0.2; i=$((i+1)); done; exec " +
                        shellQuoted(executable);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  if (DIR* fds = opendir("/proc/self/fd")) {
-    int own = dirfd(fds);
-    while (dirent* entry = readdir(fds)) {
-      int fd = std::atoi(entry->d_name);
-      if (fd > 2 && fd != own) posix_spawn_file_actions_addclose(&actions, fd);
-    }
-    closedir(fds);
-  }
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
-  std::string shell = "/bin/sh", flag = "-c";
-  char* argv[] = {shell.data(), flag.data(), script.data(), nullptr};
-  pid_t child = 0;
-  int failed = posix_spawn(&child, "/bin/sh", &actions, &attributes, argv, environ);
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
-  return failed == 0;
+  return DesktopSettings::startDetached({"/bin/sh", "-c", script});
 }
 
 }  // namespace
@@ -675,12 +655,22 @@ bool AppDelegate::mayBond() {
   }
   if (context_.accessibilityAvailable && !context_.accessibilityAvailable()) {
     Log::info("bond blocked: Accessibility not granted");
-    if (showAlert)
+    if (!showAlert) return false;
+    const std::string why =
+        "Zorvane finds what you drop it on through the desktop's accessibility bus, which isn't reachable. ";
+    if (auto command = context_.accessibilitySettings) {
       showAlert({"Zorvane needs Accessibility",
-                 "Zorvane finds what you drop it on through the desktop's accessibility bus, which isn't "
-                 "reachable. Install and start it (the at-spi2-core package), switch on assistive technologies "
-                 "in your desktop's accessibility settings, then log out and back in.",
+                 why + "Switch on assistive technologies in the accessibility settings, then log out and back in.",
+                 [command = *command] {
+                   if (!DesktopSettings::startDetached(command)) Log::info("couldn't start " + command[0]);
+                 }});
+    } else {
+      // No settings tool of a known desktop here: the text says what to do instead.
+      showAlert({"Zorvane needs Accessibility",
+                 why + "Install and start it (the at-spi2-core package), switch on assistive technologies in "
+                       "your desktop's accessibility settings, then log out and back in.",
                  {}});
+    }
     return false;
   }
   return true;

@@ -81,6 +81,9 @@ struct ApplicationContext {
   // The second shortcut, which bonds the window that has the keyboard; none: no such
   // shortcut. Last, so that a context written in order may leave it out.
   HotKey* bondHotKey = nullptr;
+  // The command that opens this desktop's accessibility settings; none: the alert says
+  // what to do instead.
+  std::optional<std::vector<std::string>> accessibilitySettings;
 };
 
 // A question for the user with one or two buttons.

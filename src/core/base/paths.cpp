@@ -118,14 +118,28 @@ std::string temporaryDirectory() {
   return "/tmp";
 }
 
+bool isExecutableFile(const std::string& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && (info.st_mode & 0111) != 0 &&
+         access(path.c_str(), X_OK) == 0;
+}
+
 std::string userShell() {
   std::string shell = environment("SHELL");
-  struct stat info;
-  if (isAbsolute(shell) && ::stat(shell.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
-      (info.st_mode & 0111) != 0 && access(shell.c_str(), X_OK) == 0) {
-    return shell;
+  return isAbsolute(shell) && isExecutableFile(shell) ? shell : "/bin/sh";
+}
+
+std::vector<std::string> searchPath() {
+  std::vector<std::string> folders;
+  std::string value = environment("PATH");
+  std::string_view rest = value;
+  while (!rest.empty()) {
+    size_t colon = rest.find(':');
+    std::string folder(rest.substr(0, colon));
+    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
+    if (isAbsolute(folder)) folders.push_back(folder);
   }
-  return "/bin/sh";
+  return folders;
 }
 
 std::string executablePath() {

@@ -41,6 +41,12 @@ std::string temporaryDirectory();     // $TMPDIR if absolute, else "/tmp"
 // file, else "/bin/sh". Run with "-c" for a command and "-lc" for a login shell.
 std::string userShell();
 
+// The absolute folders of $PATH, in order (relative entries are left out).
+std::vector<std::string> searchPath();
+
+// Whether `path` is a regular file this process may execute.
+bool isExecutableFile(const std::string& path);
+
 // The absolute path of this running executable (empty if it can't be found).
 std::string executablePath();
 

@@ -14,6 +14,7 @@
 #include "app/peers/peer_server.h"
 #include "app/shell/agents.h"
 #include "app/shell/app_delegate.h"
+#include "app/shell/desktop_settings.h"
 #include "app/shell/selftest.h"
 #include "core/base/log.h"
 #include "core/base/paths.h"
@@ -96,6 +97,7 @@ void runApplication(const CommandLine& commandLine) {
   static CardViews cards(clock);
   context.views = cards.views();
   context.bondHotKey = desktop->bondHotKey();
+  context.accessibilitySettings = DesktopSettings::accessibilityCommand(Paths::searchPath(), Paths::isExecutableFile);
   static std::shared_ptr<AppDelegate> delegate = std::make_shared<AppDelegate>(std::move(context));
 
   auto terminate = [] {

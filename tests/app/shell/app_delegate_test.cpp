@@ -34,10 +34,13 @@ struct DelegateWorld {
         home.path() + "/config/settings.json", ZORVANE_EXECUTABLE, 4242, std::move(makeAgent), nullptr, nullptr,
         [this] { return accessibility; }, [] { return true; }};
     context.bondHotKey = &fakes.bondHotKey;
+    context.accessibilitySettings = std::vector<std::string>{"/bin/sh", "-c", "touch \"$0\"", settingsOpened()};
     delegate = std::make_shared<AppDelegate>(std::move(context));
     delegate->showAlert = [this](const Alert& alert) { alerts.push_back(alert); };
   }
   bool accessibility = true;
+  // Where the stand-in for the desktop's settings tool leaves its mark.
+  std::string settingsOpened() const { return home.path() + "/settings-opened"; }
 
   // As after the first-start guide, which otherwise shows a second after launch.
   void markOnboarded() {
@@ -76,6 +79,10 @@ TEST(AppDelegate, BondsOnlyWhatItMayAndSavesTheLivePiecesAtQuit) {
   app.bond(Point{10, 10});
   ASSERT_EQ(world.alerts.size(), 2u);
   EXPECT_EQ(world.alerts[1].title, "Zorvane needs Accessibility");
+  ASSERT_TRUE(world.alerts[1].openSettings) << "the desktop's settings tool is offered";
+  world.alerts[1].openSettings();
+  for (int i = 0; i < 500 && ::access(world.settingsOpened().c_str(), F_OK) != 0; ++i) ::usleep(10'000);
+  EXPECT_EQ(::access(world.settingsOpened().c_str(), F_OK), 0) << "Open Settings starts the tool";
   world.accessibility = true;
   app.bond(Point{10, 10});  // nothing on the fake screen
   EXPECT_TRUE(app.pieces().empty());
