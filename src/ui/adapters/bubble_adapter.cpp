@@ -1,7 +1,6 @@
 #include "ui/adapters/bubble_adapter.h"
 
 #include <QFileDialog>
-#include <QPointer>
 
 #include <cmath>
 
@@ -25,13 +24,30 @@ BubbleAdapter::BubbleAdapter(std::weak_ptr<PieceController> piece, std::function
   if (auto p = piece_.lock()) {
     QPointer<BubbleAdapter> self(this);
     p->mutableState().onChange = [self] {
-      if (self) self->refresh();
+      if (self) self->stateChanged();
     };
   }
   refresh();
 }
 
+void BubbleAdapter::followFrames(QQuickWindow* window) {
+  window_ = window;
+  connect(window, &QQuickWindow::afterAnimating, this, [this] {
+    if (dirty_) refresh();
+  });
+}
+
+void BubbleAdapter::stateChanged() {
+  if (window_ && window_->isExposed()) {
+    dirty_ = true;
+    window_->update();
+  } else {
+    refresh();
+  }
+}
+
 void BubbleAdapter::refresh() {
+  dirty_ = false;
   auto piece = piece_.lock();
   if (!piece) return;
   const PieceState& state = piece->state();
@@ -42,7 +58,10 @@ void BubbleAdapter::refresh() {
   links_ = listOf(state.links);
   notice_ = q(state.notice.value_or(""));
   error_ = q(state.error.value_or(""));
-  draft_ = q(state.draft);
+  if (QString draft = q(state.draft); draft != draft_) {
+    draft_ = draft;
+    Q_EMIT draftChanged();
+  }
   citations_ = listOf(model_.citationLabels);
   // A keystroke in the field refreshes too: the answer is read again only when it changed.
   if (answer_.setMarkdown(model_.answerMarkdown, 13)) {
@@ -74,6 +93,7 @@ void BubbleAdapter::setDraft(const QString& text) {
   if (!piece || draft_ == text) return;
   draft_ = text;
   piece->mutableState().draft = text.toStdString();
+  Q_EMIT draftChanged();
 }
 
 void BubbleAdapter::submit() {
@@ -83,6 +103,7 @@ void BubbleAdapter::submit() {
   if (text.isEmpty()) return;
   piece->mutableState().draft.clear();
   draft_.clear();
+  Q_EMIT draftChanged();
   piece->ask(text.toStdString());
   refresh();
 }

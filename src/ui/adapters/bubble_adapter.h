@@ -7,6 +7,8 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
+#include <QQuickWindow>
 #include <QStringList>
 #include <QtQml/qqmlregistration.h>
 
@@ -72,7 +74,8 @@ class BubbleAdapter final : public QObject {
   Q_PROPERTY(QStringList skillNames READ skillNames NOTIFY changed FINAL)
   Q_PROPERTY(QStringList skillHelps READ skillHelps NOTIFY changed FINAL)
   Q_PROPERTY(QStringList suggestions READ suggestions NOTIFY changed FINAL)
-  Q_PROPERTY(QString draft READ draft NOTIFY changed FINAL)
+  // Its own signal, sent at once: the field must not show an old draft for a frame.
+  Q_PROPERTY(QString draft READ draft NOTIFY draftChanged FINAL)
   Q_PROPERTY(QString askPrompt READ askPrompt NOTIFY changed FINAL)
   Q_PROPERTY(QString transcript READ transcript NOTIFY changed FINAL)
 
@@ -150,14 +153,24 @@ class BubbleAdapter final : public QObject {
 
   // Reads the piece again (after each of its changes).
   void refresh();
+  // From now on, while `window` shows, the piece is read again at most once a frame,
+  // just before the frame is made: an agent that streams hundreds of lines a second
+  // would otherwise keep the GUI thread busy with reads no frame shows, and a key press
+  // would wait behind them. Hidden, every change is read at once.
+  void followFrames(QQuickWindow* window);
 
  Q_SIGNALS:
   void changed();
+  void draftChanged();
 
  private:
   static QString q(const std::string& text) { return QString::fromStdString(text); }
 
+  void stateChanged();
+
   std::weak_ptr<PieceController> piece_;
+  QPointer<QQuickWindow> window_;
+  bool dirty_ = false;
   std::function<SystemTime()> now_;
   BubbleModel model_;
   MarkdownModel answer_;

@@ -64,11 +64,17 @@ QQuickItem* CardViews::show(QQuickWindow* window, const char* path, const char* 
   return card;
 }
 
+QQuickItem* CardViews::showBubble(QQuickWindow* window, BubbleAdapter* adapter) {
+  QQuickItem* card = show(window, "bubble/Bubble.qml", "bubble", adapter);
+  if (card) adapter->followFrames(window);
+  return card;
+}
+
 void CardViews::bubble(PieceController& piece) {
   QQuickWindow* window = static_cast<const QtPanel&>(piece.bubble()).window();
   const Clock& clock = clock_;
   auto* adapter = new BubbleAdapter(piece.weak_from_this(), [&clock] { return clock.wallNow(); }, window);
-  show(window, "bubble/Bubble.qml", "bubble", adapter);
+  showBubble(window, adapter);
 }
 
 void CardViews::tray(TrayController& tray) {

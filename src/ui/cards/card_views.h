@@ -24,6 +24,8 @@ class QQuickItem;
 
 namespace zorvane {
 
+class BubbleAdapter;
+
 class CardViews {
  public:
   explicit CardViews(const Clock& clock);
@@ -43,6 +45,9 @@ class CardViews {
   // The same with one adapter as the card's `property`; the card takes the adapter over
   // (deleted at once when the card can't be made).
   QQuickItem* show(QQuickWindow* window, const char* path, const char* property, QObject* adapter);
+  // The bubble's card over `adapter`, which it takes over; refreshed at most once a
+  // frame while the window shows.
+  QQuickItem* showBubble(QQuickWindow* window, BubbleAdapter* adapter);
 
  private:
   const Clock& clock_;
