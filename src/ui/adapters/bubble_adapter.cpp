@@ -1,7 +1,9 @@
 #include "ui/adapters/bubble_adapter.h"
 
 #include <QFileDialog>
+#include <QTimer>
 
+#include <algorithm>
 #include <cmath>
 
 #include "app/pieces/piece_controller.h"
@@ -30,24 +32,24 @@ BubbleAdapter::BubbleAdapter(std::weak_ptr<PieceController> piece, std::function
   refresh();
 }
 
-void BubbleAdapter::followFrames(QQuickWindow* window) {
-  window_ = window;
-  connect(window, &QQuickWindow::afterAnimating, this, [this] {
+void BubbleAdapter::followWindow(QQuickWindow* window) { window_ = window; }
+
+void BubbleAdapter::stateChanged() {
+  if (!window_ || !window_->isVisible()) {
+    refresh();
+    return;
+  }
+  if (dirty_) return;  // a read is on its way
+  dirty_ = true;
+  qint64 wait = sinceRead_.isValid() ? std::max<qint64>(0, kReadInterval - sinceRead_.elapsed()) : 0;
+  QTimer::singleShot(int(wait), this, [this] {
     if (dirty_) refresh();
   });
 }
 
-void BubbleAdapter::stateChanged() {
-  if (window_ && window_->isExposed()) {
-    dirty_ = true;
-    window_->update();
-  } else {
-    refresh();
-  }
-}
-
 void BubbleAdapter::refresh() {
   dirty_ = false;
+  sinceRead_.start();
   auto piece = piece_.lock();
   if (!piece) return;
   const PieceState& state = piece->state();

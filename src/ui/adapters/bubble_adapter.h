@@ -6,6 +6,7 @@
 // Main thread. It holds the piece weakly: once the piece is gone, actions do nothing.
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
 #include <QQuickWindow>
@@ -80,8 +81,8 @@ class BubbleAdapter final : public QObject {
   Q_PROPERTY(QString transcript READ transcript NOTIFY changed FINAL)
 
  public:
-  // Reads the piece at once and after each of its changes. `now` gives the wall time
-  // for the relative dates.
+  // Reads the piece at once and after each of its changes (see followWindow). `now`
+  // gives the wall time for the relative dates.
   BubbleAdapter(std::weak_ptr<PieceController> piece, std::function<SystemTime()> now, QObject* parent = nullptr);
 
   bool showsChips() const { return model_.showsChips; }
@@ -153,11 +154,14 @@ class BubbleAdapter final : public QObject {
 
   // Reads the piece again (after each of its changes).
   void refresh();
-  // From now on, while `window` shows, the piece is read again at most once a frame,
-  // just before the frame is made: an agent that streams hundreds of lines a second
-  // would otherwise keep the GUI thread busy with reads no frame shows, and a key press
-  // would wait behind them. Hidden, every change is read at once.
-  void followFrames(QQuickWindow* window);
+  // From now on, while `window` shows, changes are read on the next turn of the event
+  // loop, and at most every kReadInterval: an agent that streams hundreds of lines a
+  // second would otherwise keep the GUI thread and the renderer busy with frames the
+  // eye can't tell apart, and a key press would wait behind them. A change after a
+  // quiet spell (an answer, an approval) is read at once. Hidden, every change is read
+  // at once.
+  void followWindow(QQuickWindow* window);
+  static constexpr int kReadInterval = 33;  // milliseconds: 30 reads a second
 
  Q_SIGNALS:
   void changed();
@@ -171,6 +175,7 @@ class BubbleAdapter final : public QObject {
   std::weak_ptr<PieceController> piece_;
   QPointer<QQuickWindow> window_;
   bool dirty_ = false;
+  QElapsedTimer sinceRead_;
   std::function<SystemTime()> now_;
   BubbleModel model_;
   MarkdownModel answer_;

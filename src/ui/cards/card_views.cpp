@@ -66,7 +66,7 @@ QQuickItem* CardViews::show(QQuickWindow* window, const char* path, const char* 
 
 QQuickItem* CardViews::showBubble(QQuickWindow* window, BubbleAdapter* adapter) {
   QQuickItem* card = show(window, "bubble/Bubble.qml", "bubble", adapter);
-  if (card) adapter->followFrames(window);
+  if (card) adapter->followWindow(window);
   return card;
 }
 

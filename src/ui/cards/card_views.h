@@ -45,8 +45,8 @@ class CardViews {
   // The same with one adapter as the card's `property`; the card takes the adapter over
   // (deleted at once when the card can't be made).
   QQuickItem* show(QQuickWindow* window, const char* path, const char* property, QObject* adapter);
-  // The bubble's card over `adapter`, which it takes over; refreshed at most once a
-  // frame while the window shows.
+  // The bubble's card over `adapter`, which it takes over and which follows the
+  // window (see BubbleAdapter::followWindow).
   QQuickItem* showBubble(QQuickWindow* window, BubbleAdapter* adapter);
 
  private:

@@ -37,8 +37,10 @@ struct ShownBubble {
     window.show();
     window.requestActivate();
   }
-  // Whether the window draws another frame after now: a card that froze never does.
+  // Whether the window draws another frame after the card has read the piece's last
+  // change: a card that froze never does.
   bool drawsAgain() {
+    testing::waitFor([] { return false; }, 2 * BubbleAdapter::kReadInterval);
     int before = frames;
     window.update();
     return testing::waitFor([&] { return frames > before; }, 30000);
@@ -74,7 +76,7 @@ TEST(BubbleAdapter, HardAnswersShowAndTheCardStaysLive) {
     bubble.piece->ask("What is here?");
     bubble.type("next ");  // the field is hidden while the agent works
     agent.answer(answer);
-    EXPECT_TRUE(bubble.drawsAgain());  // the card reads the piece once a frame
+    EXPECT_TRUE(bubble.drawsAgain());
     EXPECT_TRUE(bubble.adapter->showsAnswer());
     EXPECT_GT(bubble.adapter->answer()->rowCount(), 0);
     EXPECT_EQ(bubble.piece->state().draft, "next ") << "what was typed meanwhile is kept";
