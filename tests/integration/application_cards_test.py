@@ -101,8 +101,11 @@ class Gallery:
             print("no screenshot of %s: %s" % (name, error))
 
     def write_index(self):
+        # The states other tests draw into the same folder (the learn section's) come last.
+        others = sorted(os.path.basename(p)[:-4] for p in glob.glob(os.path.join(self.folder, "*.png")))
+        names = self.names + [n for n in others if n not in self.names]
         rows = "".join('<h2>%s</h2><img src="%s.png" width="720">\n' % (html.escape(n), html.escape(n))
-                       for n in self.names)
+                       for n in names)
         with open(os.path.join(self.folder, "index.html"), "w") as f:
             f.write("<!doctype html><title>Cards</title><body style='background:#444;color:#eee'>\n" + rows)
 

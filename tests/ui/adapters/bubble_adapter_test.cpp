@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QGuiApplication>
+#include <QImage>
 #include <QKeyEvent>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -101,6 +103,34 @@ TEST(BubbleAdapter, HardAnswersShowAndTheCardStaysLive) {
   bubble.adapter->decide(true);
   bubble.adapter->submit();
   EXPECT_TRUE(bubble.drawsAgain());
+}
+
+// The item of the card whose property `name` reads `value`, or null.
+QQuickItem* itemWith(QQuickItem* root, const char* name, const QString& value) {
+  if (root->property(name).toString() == value) return root;
+  for (QQuickItem* child : root->childItems())
+    if (QQuickItem* found = itemWith(child, name, value)) return found;
+  return nullptr;
+}
+
+// After a demonstration the learn section asks for the skill's name, with the count of
+// recorded steps; the picture joins the cards' gallery (build/cards-gallery).
+TEST(BubbleAdapter, AsksToNameARecordedSkill) {
+  std::string why;
+  if (!testing::ensureGuiApplication(why)) GTEST_SKIP() << why;
+  ShownBubble bubble;
+  bubble.piece->mutableState().learn = {LearnPhase::Naming{7}};
+  bubble.piece->mutableState().onChange();
+  ASSERT_TRUE(bubble.drawsAgain());
+  QQuickItem* card = bubble.window.contentItem();
+  EXPECT_EQ(bubble.adapter->learnPhase(), "naming");
+  EXPECT_TRUE(itemWith(card, "text", "Recorded 7 steps"));
+  QQuickItem* name = itemWith(card, "placeholderText", "Name it, e.g. Send WhatsApp message");
+  ASSERT_TRUE(name);
+  EXPECT_TRUE(name->isVisible() && itemWith(card, "text", "Learn it")->isVisible());
+  EXPECT_FALSE(bubble.adapter->showsAsk()) << "the ask section waits while the skill is named";
+  QDir().mkpath(ZORVANE_BUILD_DIR "/cards-gallery");
+  bubble.window.grabWindow().save(ZORVANE_BUILD_DIR "/cards-gallery/learn-naming.png");
 }
 
 }  // namespace

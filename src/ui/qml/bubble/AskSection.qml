@@ -76,24 +76,13 @@ FocusScope {
             }
         }
 
-        QQC2.TextField {
+        InkField {
             id: field
 
             width: content.width
             focus: true
             text: section.bubble.draft
             placeholderText: section.bubble.askPrompt
-            color: Ink.text
-            placeholderTextColor: Ink.tertiary
-            font.pixelSize: 13
-            selectByMouse: true
-            Accessible.name: section.bubble.askPrompt
-            background: Rectangle {
-                radius: 8
-                color: Qt.rgba(1, 1, 1, 0.08)
-                border.color: Ink.hairline
-                border.width: 1
-            }
             onTextEdited: section.bubble.setDraft(field.text)
             onAccepted: section.bubble.submit()
         }

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls as QQC2
 import Zorvane.Ui
 
 // Learning a skill from a demonstration: watching, naming what was recorded, turning it
@@ -102,20 +101,18 @@ Item {
                 Accessible.name: text
             }
         }
-        QQC2.TextField {
+        InkField {
             id: skillName
 
             width: naming.width
             placeholderText: "Name it, e.g. Send WhatsApp message"
-            Accessible.name: placeholderText
             onAccepted: learn.save()
         }
-        QQC2.TextField {
+        InkField {
             id: skillPurpose
 
             width: naming.width
             placeholderText: "What is it for? (optional)"
-            Accessible.name: placeholderText
             onAccepted: learn.save()
         }
         Row {
