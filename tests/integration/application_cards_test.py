@@ -289,7 +289,14 @@ class Cards:
                   "approval: the agent's command is put to the user with its class and summary (%s)" % verdict)
             if verdict == "Deny":
                 self.gallery.shot("approval")
-            if button:
+            if verdict == "Allow":
+                # By keys alone: the card holds the focus, Tab reaches Allow.
+                focused = xdotool("getwindowfocus", "getwindowname").strip()
+                xdotool("key", "Return")
+                xdotool("key", "Tab", "Return")
+                check(self.gone("AXButton", "Allow", 10), "approval: a stray Return allows nothing; Tab and Return "
+                      "allow from the keyboard (keys went to %r)" % focused)
+            elif button:
                 self.press(button)
             self.find("AXTextField", "Ask Codex\u2026", 30)
         signed = read_text(form).count("signed")

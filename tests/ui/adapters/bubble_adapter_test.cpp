@@ -105,6 +105,32 @@ TEST(BubbleAdapter, HardAnswersShowAndTheCardStaysLive) {
   EXPECT_TRUE(bubble.drawsAgain());
 }
 
+// An approval in the bubble takes the keyboard: a stray Return allows nothing, Tab
+// reaches Allow and Return allows.
+TEST(BubbleAdapter, ApprovalIsAnsweredByKeys) {
+  std::string why;
+  if (!testing::ensureGuiApplication(why)) GTEST_SKIP() << why;
+  ShownBubble bubble;
+  bubble.piece->ask("Tidy up");
+  std::vector<bool> verdicts;
+  bubble.piece->requestApproval("Bash", {{"command", "touch x"}}, "", [&](bool allow) { verdicts.push_back(allow); });
+  ASSERT_TRUE(bubble.drawsAgain());
+  ASSERT_TRUE(bubble.adapter->showsApproval());
+  auto key = [&](int code) {
+    QKeyEvent press(QEvent::KeyPress, code, Qt::NoModifier);
+    QKeyEvent release(QEvent::KeyRelease, code, Qt::NoModifier);
+    QGuiApplication::sendEvent(&bubble.window, &press);
+    QGuiApplication::sendEvent(&bubble.window, &release);
+  };
+  key(Qt::Key_Return);
+  EXPECT_TRUE(verdicts.empty()) << "focus on " << bubble.window.activeFocusItem()->metaObject()->className();
+  key(Qt::Key_Tab);
+  QQuickItem* focus = bubble.window.activeFocusItem();
+  EXPECT_EQ(focus ? focus->property("text").toString() : QString(), "Allow");
+  key(Qt::Key_Return);
+  EXPECT_EQ(verdicts, std::vector<bool>{true});
+}
+
 // The item of the card whose property `name` reads `value`, or null.
 QQuickItem* itemWith(QQuickItem* root, const char* name, const QString& value) {
   if (root->property(name).toString() == value) return root;

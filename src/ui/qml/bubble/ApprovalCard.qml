@@ -4,8 +4,8 @@ import Zorvane.Ui
 // An act waiting for the user's word: what kind of act, what it does, what will really
 // run, and Deny / Allow (and, for clicks and typing, Allow all for this piece). The card
 // itself takes the keyboard focus when it shows, not Allow: a Return meant for the ask
-// field, typed as the card appears, must not allow anything. Tab walks on to Details,
-// Allow, Allow all and Deny; Escape is left to the card around it.
+// field, typed as the card appears, must not allow anything. Tab reaches Allow, then
+// Allow all and Deny; Escape is left to the card around it.
 Rectangle {
     id: card
 
@@ -33,9 +33,23 @@ Rectangle {
         if (card.visible)
             card.forceActiveFocus()
     }
-    // Return and Enter on the card itself do nothing, and go no further.
+    // Return and Enter on the card itself do nothing, and go no further. Tab from the card
+    // goes to Allow, Shift+Tab to Deny (the card's own place in the chain would lead back
+    // to the top of the bubble).
     Keys.onReturnPressed: {}
     Keys.onEnterPressed: {}
+    Keys.onTabPressed: event => {
+        if (card.Window.activeFocusItem === card)
+            allow.forceActiveFocus(Qt.TabFocusReason);
+        else
+            event.accepted = false;
+    }
+    Keys.onBacktabPressed: event => {
+        if (card.Window.activeFocusItem === card)
+            deny.forceActiveFocus(Qt.BacktabFocusReason);
+        else
+            event.accepted = false;
+    }
 
     Column {
         id: content
@@ -105,6 +119,8 @@ Rectangle {
             layoutDirection: Qt.RightToLeft
 
             InkPrimary {
+                id: allow
+
                 text: "Allow"
                 onClicked: card.decided(true)
             }
@@ -115,6 +131,8 @@ Rectangle {
                 onClicked: card.trusted()
             }
             InkButton {
+                id: deny
+
                 text: "Deny"
                 onClicked: card.decided(false)
             }
