@@ -227,14 +227,20 @@ class Cards:
               "guide: it closes at the end")
         self.quit("guide")
 
-    def ask(self, question):
-        """Types a question into the bubble's field and sends it with Return."""
+    def ask(self, question, paste_first=False):
+        """Types a question into the bubble's field and sends it with Return; with
+        `paste_first`, Ctrl+V comes first, from a clipboard nobody owns."""
         field = self.find("AXTextField", "Ask Codex\u2026", 30)
         if field is None:
             return False
         click_element(field)
         xdotool("key", "ctrl+a")
+        if paste_first:
+            xdotool("key", "ctrl+v")
         xdotool("type", "--delay", "15", question)
+        if paste_first:
+            typed = wait_for(lambda: (shown(self.elements(), "AXTextField", "Ask Codex\u2026") or [""] * 5)[4], 5)
+            check(typed == question, "bubble: a paste from an empty clipboard loses nothing typed (%r)" % typed)
         xdotool("key", "Return")
         return True
 
@@ -257,7 +263,7 @@ class Cards:
         check(self.find("AXStaticText", "notes.md", 15) is not None,
               "bubble: the knot's arm reaches the notes, which the bubble lists")
 
-        self.ask("What is this form?")
+        self.ask("What is this form?", paste_first=True)
         working = self.find("AXStaticText", "Thinking*", 10)
         check(working is not None, "bubble: the working line shows while the agent works")
         self.gallery.shot("bubble-working")
