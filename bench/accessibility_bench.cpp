@@ -30,7 +30,7 @@
 #include <string>
 #include <thread>
 
-#include "platform/x11/atspi_accessibility.h"
+#include "platform/linux/atspi_accessibility.h"
 #include "figure_line.h"
 #include "summary_reporter.h"
 

@@ -1,6 +1,6 @@
 // Accessibility: the element tree of other applications' windows. Roles are given in
 // one vocabulary ("AXButton", "AXTextField", ...) on every platform, so tool
-// output reads the same everywhere. Implemented with AT-SPI in x11/, in memory in fake/.
+// output reads the same everywhere. Implemented with AT-SPI in linux/, in memory in fake/.
 #pragma once
 
 #include <cstdint>

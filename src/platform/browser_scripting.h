@@ -1,5 +1,5 @@
 // Scripting the front tab of a browser window: the road to page contents that the
-// accessibility tree doesn't give. The DevTools protocol on loopback in x11/ (for the
+// accessibility tree doesn't give. The DevTools protocol on loopback in linux/ (for the
 // Chromium family), scripted answers in fake/.
 //
 // One browser process shows many windows, and an agent may drive only the one it was

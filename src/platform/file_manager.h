@@ -1,6 +1,6 @@
 // FileManager: the desktop's file manager as a service: which program answers for it
-// now, and the request to show a file with it selected. On X11 the session bus's
-// org.freedesktop.FileManager1 (FileManagerBus in x11/), scripted in fake/.
+// now, and the request to show a file with it selected. On Linux the session bus's
+// org.freedesktop.FileManager1 (FileManagerBus in linux/), scripted in fake/.
 //
 // Which program owns the service is the desktop's choice, not ours: `owner()` says
 // which it is, so that callers pick the way they look into its windows from the

@@ -1,5 +1,5 @@
 // FolderWatcher: tells what appears in folders, one level deep. InotifyFolderWatcher in
-// x11/ (Linux inotify), FakeFolderWatcher in fake/.
+// linux/ (Linux inotify), FakeFolderWatcher in fake/.
 //
 //   watcher->onEvent = [this](const FolderEvent& event) { ... };
 //   if (auto watched = watcher->watch("/home/me/Downloads"); !watched) Log::info(watched.error());

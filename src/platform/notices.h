@@ -1,6 +1,6 @@
 // Notices: short messages to the user from the desktop's notification service, for
 // events nobody was watching (a scheduled run that ended, one that needs an OK).
-// DBusNotices in x11/ (org.freedesktop.Notifications), FakeNotices in fake/.
+// DBusNotices in linux/ (org.freedesktop.Notifications), FakeNotices in fake/.
 //
 //   notices->onActivated = [this] { hub->show(HubTab::schedules); };
 //   notices->notify("“Backup” needs your OK", "Delete 3 files in ~/old");

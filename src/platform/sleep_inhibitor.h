@@ -1,5 +1,5 @@
 // SleepInhibitor: keeps the machine from going to sleep while this program works on a
-// task nobody watches. DBusSleepInhibitor in x11/, FakeSleepInhibitor in fake/.
+// task nobody watches. DBusSleepInhibitor in linux/, FakeSleepInhibitor in fake/.
 //
 //   inhibitor->acquire("Zorvane is working on a task");
 //   ...

@@ -1,4 +1,4 @@
-#include "platform/x11/application_launch_watcher.h"
+#include "platform/x11/x11_application_launch_watcher.h"
 
 #include <gtest/gtest.h>
 // After gtest: Xlib defines macros (None, Bool) that gtest's names would meet.

@@ -1,4 +1,4 @@
-#include "platform/x11/atspi_accessibility.h"
+#include "platform/linux/atspi_accessibility.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>

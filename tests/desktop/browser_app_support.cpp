@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "platform/x11/websocket_client.h"
+#include "platform/linux/websocket_client.h"
 
 namespace zorvane::testing {
 

@@ -1,4 +1,4 @@
-#include "platform/x11/devtools_browser.h"
+#include "platform/linux/devtools_browser.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <fstream>
 
 #include "desktop/browser_app_support.h"
-#include "platform/x11/devtools_port.h"
+#include "platform/linux/devtools_port.h"
 #include "platform/x11/x11_display.h"
 #include "platform/x11/x11_window_service.h"
 

@@ -13,7 +13,7 @@
 #include "core/base/run_loop.h"
 #include "desktop/desktop_apps.h"
 #include "platform/desktop.h"
-#include "platform/x11/file_manager_bus.h"
+#include "platform/linux/file_manager_bus.h"
 #include "support/test_support.h"
 
 namespace zorvane {

@@ -16,7 +16,7 @@
 #include "desktop/desktop_apps.h"
 #include "desktop/file_manager_desktop_window.h"
 #include "platform/desktop.h"
-#include "platform/x11/file_manager_bus.h"
+#include "platform/linux/file_manager_bus.h"
 
 namespace zorvane {
 namespace {

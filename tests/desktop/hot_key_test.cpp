@@ -1,4 +1,4 @@
-#include "platform/x11/hot_key.h"
+#include "platform/x11/x11_hot_key.h"
 
 #include <gtest/gtest.h>
 // After gtest: Xlib defines macros (None, Bool) that gtest's names would meet.

@@ -1,4 +1,4 @@
-#include "platform/x11/input_monitor.h"
+#include "platform/x11/x11_input_monitor.h"
 
 #include <gtest/gtest.h>
 // After gtest: Xlib defines macros (None, Bool) that gtest's names would meet.

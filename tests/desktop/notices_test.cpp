@@ -1,4 +1,4 @@
-#include "platform/x11/notices.h"
+#include "platform/linux/dbus_notices.h"
 
 #include <gtest/gtest.h>
 

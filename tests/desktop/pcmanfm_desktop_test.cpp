@@ -11,7 +11,7 @@
 #include "core/base/run_loop.h"
 #include "desktop/desktop_apps.h"
 #include "platform/desktop.h"
-#include "platform/x11/file_manager_bus.h"
+#include "platform/linux/file_manager_bus.h"
 #include "platform/x11/x11_display.h"
 #include "platform/x11/x11_window_service.h"
 

@@ -1,4 +1,4 @@
-#include "platform/x11/sleep_inhibitor.h"
+#include "platform/linux/dbus_sleep_inhibitor.h"
 
 #include <gtest/gtest.h>
 

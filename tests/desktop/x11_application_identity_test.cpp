@@ -1,4 +1,4 @@
-#include "platform/x11/application_identity.h"
+#include "platform/linux/application_identity.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

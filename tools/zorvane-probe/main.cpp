@@ -22,7 +22,7 @@
 #include "core/base/json_value.h"
 #include "core/base/run_loop.h"
 #include "platform/desktop.h"
-#include "platform/x11/file_manager_bus.h"
+#include "platform/linux/file_manager_bus.h"
 
 namespace zorvane {
 namespace {

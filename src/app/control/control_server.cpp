@@ -13,12 +13,11 @@
 #include <mutex>
 #include <thread>
 
-#include "app/shell/selftest.h"
 #include "app/control/window_control.h"
+#include "app/shell/selftest.h"
 #include "core/base/child_process.h"
 #include "core/base/file_io.h"
 #include "core/base/paths.h"
-#include "core/base/platform_words.h"
 #include "core/base/run_loop.h"
 #include "core/base/utf8.h"
 #include "core/mcp/peer_ipc.h"
@@ -26,6 +25,7 @@
 #include "core/targets/browser_app.h"
 #include "core/targets/target.h"
 #include "platform/desktop.h"
+#include "platform/platform_words.h"
 
 namespace zorvane {
 

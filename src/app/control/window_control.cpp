@@ -8,9 +8,9 @@
 #include <limits>
 
 #include "core/base/base64.h"
-#include "core/base/platform_words.h"
 #include "core/base/utf8.h"
 #include "platform/image_codec.h"
+#include "platform/platform_words.h"
 
 namespace zorvane {
 

@@ -6,8 +6,8 @@
 #include "app/notch/tether_ink.h"
 #include "app/resolver/drop_resolver.h"
 #include "core/base/log.h"
-#include "core/base/platform_words.h"
 #include "core/base/settings.h"
+#include "platform/platform_words.h"
 
 namespace zorvane {
 

@@ -2,7 +2,7 @@
 
 #include <initializer_list>
 
-#include "core/base/platform_words.h"
+#include "core/base/engine_words.h"
 #include "core/base/utf8.h"
 
 namespace zorvane {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "core/base/platform_words.h"
+#include "core/base/engine_words.h"
 #include "core/mcp/zorvane_tools.h"
 
 namespace zorvane::SessionLaunch {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "core/base/engine_words.h"
 #include "core/base/log.h"
 #include "core/base/paths.h"
-#include "core/base/platform_words.h"
 #include "core/base/store_file.h"
 #include "core/base/utf8.h"
 #include "core/registry/store_coding.h"

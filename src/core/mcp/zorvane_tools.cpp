@@ -1,6 +1,6 @@
 #include "core/mcp/zorvane_tools.h"
 
-#include "core/base/platform_words.h"
+#include "core/base/engine_words.h"
 
 namespace zorvane::ZorvaneTools {
 

@@ -3,13 +3,13 @@
 #include "core/base/log.h"
 #include "platform/application_desktop.h"
 #include "platform/desktop.h"
-#include "platform/x11/file_manager_bus.h"
-#include "platform/x11/folder_watcher.h"
-#include "platform/x11/hot_key.h"
-#include "platform/x11/input_monitor.h"
-#include "platform/x11/notices.h"
-#include "platform/x11/sleep_inhibitor.h"
+#include "platform/linux/dbus_notices.h"
+#include "platform/linux/dbus_sleep_inhibitor.h"
+#include "platform/linux/file_manager_bus.h"
+#include "platform/linux/inotify_folder_watcher.h"
 #include "platform/x11/x11_display.h"
+#include "platform/x11/x11_hot_key.h"
+#include "platform/x11/x11_input_monitor.h"
 
 namespace zorvane {
 namespace {

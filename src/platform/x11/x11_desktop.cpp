@@ -2,8 +2,8 @@
 // browser pages over the DevTools protocol; the headless desktop when no display can be
 // reached, so that the tool server still answers every call.
 #include "platform/desktop.h"
-#include "platform/x11/atspi_accessibility.h"
-#include "platform/x11/devtools_browser.h"
+#include "platform/linux/atspi_accessibility.h"
+#include "platform/linux/devtools_browser.h"
 #include "platform/x11/x11_display.h"
 #include "platform/x11/x11_input.h"
 #include "platform/x11/x11_screen_capture.h"

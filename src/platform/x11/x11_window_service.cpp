@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "core/base/utf8.h"
-#include "platform/x11/process_start_time.h"
+#include "platform/linux/process_start_time.h"
 #include "platform/x11/x11_display.h"
 
 namespace zorvane {

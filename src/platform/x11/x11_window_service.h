@@ -18,8 +18,8 @@
 
 #include <memory>
 
+#include "platform/linux/application_identity.h"
 #include "platform/window_service.h"
-#include "platform/x11/application_identity.h"
 
 namespace zorvane {
 

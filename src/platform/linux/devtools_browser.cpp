@@ -1,4 +1,4 @@
-#include "platform/x11/devtools_browser.h"
+#include "platform/linux/devtools_browser.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,8 +11,8 @@
 #include <string_view>
 #include <thread>
 
-#include "platform/x11/devtools_port.h"
-#include "platform/x11/websocket_client.h"
+#include "platform/linux/devtools_port.h"
+#include "platform/linux/websocket_client.h"
 
 namespace zorvane {
 namespace {

@@ -39,7 +39,7 @@
 #include <vector>
 
 #include "core/base/expected.h"
-#include "platform/x11/atspi_app.h"
+#include "platform/linux/atspi_app.h"
 
 namespace zorvane {
 

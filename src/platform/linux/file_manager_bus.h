@@ -2,9 +2,9 @@
 // bus.
 //
 // `owner()` asks the bus daemon (GetNameOwner, then GetConnectionUnixProcessID) and
-// maps the process's executable to the FileManagerApp table; the daemon answers these,
-// so they never wait on the file manager itself (each is bounded by one second all the
-// same).
+// maps the process's executable to the FileManagerApp table (FileManagers::ofProcess);
+// the daemon answers these, so they never wait on the file manager itself (each is
+// bounded by one second all the same).
 //
 // `reveal(url)` calls ShowItems([url], "") when the name has an owner or can be
 // activated (ListActivatableNames); the call runs on a thread of its own and gives up

@@ -1,34 +1,19 @@
-#include "platform/x11/application_launch_watcher.h"
+#include "platform/x11/x11_application_launch_watcher.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>
 #include <X11/extensions/XRes.h>
 
-#include <unistd.h>
-
-#include <fstream>
-#include <map>
+#include <optional>
 #include <set>
-#include <sstream>
 #include <vector>
 
 #include "core/base/log.h"
-#include "platform/x11/application_identity.h"
+#include "platform/linux/application_identity.h"
+#include "platform/linux/launched_processes.h"
 #include "platform/x11/event_connection.h"
-#include "platform/x11/process_start_time.h"
 
 namespace zorvane {
-
-namespace {
-
-// What tells a process apart from a later one with the same pid; nothing when it is gone.
-std::optional<std::string> processKey(int32_t pid) {
-  auto started = processStartTime(pid);
-  if (!started) return std::nullopt;
-  return "pid " + std::to_string(pid) + " " + std::to_string(*started);
-}
-
-}  // namespace
 
 struct X11ApplicationLaunchWatcher::Impl {
   MainQueue& queue;
@@ -48,9 +33,9 @@ struct X11ApplicationLaunchWatcher::Impl {
   // Reader thread.
   uint64_t readerGeneration = 0;  // 0 while not watching
   std::set<Window> windows;       // the client list as last read
-  // The processes seen so far: "pid <pid> <start time>" for those whose pid is known,
-  // "client <xid base>" for the others.
-  std::map<std::string, int32_t> processes;
+  // The processes seen so far: by pid and start time where the pid is known, by the
+  // X client's resource base for the others.
+  LaunchedProcesses processes;
   std::optional<ApplicationIdentity> identity;
 
   Impl(MainQueue& queue, std::unique_ptr<EventConnection> connection)
@@ -129,10 +114,10 @@ struct X11ApplicationLaunchWatcher::Impl {
     for (const auto& error : connection->errorSince(mark))
       if (error.code == BadWindow) return std::nullopt;
     if (pid > 0) {
-      if (auto key = processKey(pid)) return std::pair{pid, *key};
+      if (auto key = LaunchedProcesses::processKey(pid)) return std::pair{pid, *key};
       return std::nullopt;  // the process ended already
     }
-    return std::pair{0, "client " + std::to_string(clientBase ? clientBase : window)};
+    return std::pair{0, LaunchedProcesses::clientKey(clientBase ? clientBase : window)};
   }
 
   ApplicationInfo applicationOf(Display* display, Window window, int32_t pid) {
@@ -161,12 +146,10 @@ struct X11ApplicationLaunchWatcher::Impl {
       return Failure{"launch watcher: the X server refused to report the root window's changes"};
     readerGeneration = id;
     windows.clear();
-    processes.clear();
-    // This program's own windows are no launch of an application.
-    if (auto own = processKey(getpid())) processes[*own] = getpid();
+    processes.reset();
     for (Window window : readClientList(display)) {
       windows.insert(window);
-      if (auto process = processOf(display, window)) processes[process->second] = process->first;
+      if (auto process = processOf(display, window)) processes.add(process->second, process->first);
     }
     return ok();
   }
@@ -186,12 +169,11 @@ struct X11ApplicationLaunchWatcher::Impl {
     Display* display = connection->display();
     std::vector<Window> list = readClientList(display);
     std::set<Window> now(list.begin(), list.end());
-    forgetEndedProcesses();
+    processes.forgetEnded();
     for (Window window : list) {  // in the order the window manager took them
       if (windows.count(window)) continue;
       auto process = processOf(display, window);
-      if (!process || processes.count(process->second)) continue;
-      processes[process->second] = process->first;
+      if (!process || !processes.add(process->second, process->first)) continue;
       ApplicationLaunch launch{process->first, applicationOf(display, window, process->first),
                                static_cast<uint32_t>(window)};
       queue.post([weak = aliveToken, owner = owner, id = readerGeneration, launch] {
@@ -201,18 +183,6 @@ struct X11ApplicationLaunchWatcher::Impl {
       });
     }
     windows = std::move(now);
-  }
-
-  // A process that ended is dropped, so the table doesn't grow for ever; clients
-  // without a pid stay (their keys can't be checked, and there are few of them).
-  void forgetEndedProcesses() {
-    for (auto it = processes.begin(); it != processes.end();) {
-      int32_t pid = it->second;
-      if (pid > 0 && !processStartTime(pid))
-        it = processes.erase(it);
-      else
-        ++it;
-    }
   }
 };
 

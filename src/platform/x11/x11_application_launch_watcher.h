@@ -6,9 +6,9 @@
 // from _NET_WM_PID, or, for clients that don't set it (plain Xt programs), from the
 // X-Resource extension's client-id query. A process is new when no earlier window
 // belonged to it; processes are told apart by pid and start time, so a pid the system
-// reuses for a later program counts as new. A window whose process can't be found at
-// all stands for its X client (one launch per client connection). This process's own
-// windows are never a launch.
+// reuses for a later program counts as new (the process side is LaunchedProcesses, in
+// linux/). A window whose process can't be found at all stands for its X client (one
+// launch per client connection). This process's own windows are never a launch.
 //
 // The application's identifier and name come from ApplicationIdentity (desktop entries,
 // WM_CLASS, the executable), as WindowService::application gives them. Without a window

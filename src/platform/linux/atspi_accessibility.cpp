@@ -1,4 +1,4 @@
-#include "platform/x11/atspi_accessibility.h"
+#include "platform/linux/atspi_accessibility.h"
 
 #include <algorithm>
 #include <climits>
@@ -6,8 +6,8 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/x11/atspi_element.h"
-#include "platform/x11/atspi_runtime.h"
+#include "platform/linux/atspi_element.h"
+#include "platform/linux/atspi_runtime.h"
 
 namespace zorvane {
 namespace {

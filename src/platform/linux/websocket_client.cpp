@@ -1,4 +1,4 @@
-#include "platform/x11/websocket_client.h"
+#include "platform/linux/websocket_client.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>

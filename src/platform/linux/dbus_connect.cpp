@@ -1,4 +1,4 @@
-#include "platform/x11/dbus_connect.h"
+#include "platform/linux/dbus_connect.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "platform/x11/sleep_inhibitor.h"
+#include "platform/linux/dbus_sleep_inhibitor.h"
 
 #include <gio/gunixfdlist.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "core/base/log.h"
-#include "platform/x11/dbus_worker.h"
+#include "platform/linux/dbus_worker.h"
 
 namespace zorvane {
 

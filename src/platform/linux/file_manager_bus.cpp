@@ -1,15 +1,14 @@
-#include "platform/x11/file_manager_bus.h"
+#include "platform/linux/file_manager_bus.h"
 
 #include <gio/gio.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <mutex>
 #include <thread>
 
 #include "core/base/log.h"
-#include "platform/x11/dbus_connect.h"
+#include "platform/linux/dbus_connect.h"
+#include "platform/linux/file_managers.h"
 
 namespace zorvane {
 namespace {
@@ -127,11 +126,7 @@ std::optional<FileManagerOwner> FileManagerBus::owner() {
       guint32 number = 0;
       g_variant_get(pid, "(u)", &number);
       g_variant_unref(pid);
-      char target[4096];
-      std::string link = "/proc/" + std::to_string(number) + "/exe";
-      ssize_t length = readlink(link.c_str(), target, sizeof target - 1);
-      found = FileManagerOwner{int32_t(number),
-                               length > 0 ? fileManagerForExecutable(std::string_view(target, size_t(length))) : nullptr};
+      found = FileManagerOwner{int32_t(number), FileManagers::ofProcess(int32_t(number))};
     }
     g_variant_unref(unique);
   }

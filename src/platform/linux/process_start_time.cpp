@@ -1,4 +1,4 @@
-#include "platform/x11/process_start_time.h"
+#include "platform/linux/process_start_time.h"
 
 #include <fstream>
 #include <sstream>

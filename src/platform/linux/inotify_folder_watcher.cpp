@@ -1,4 +1,4 @@
-#include "platform/x11/folder_watcher.h"
+#include "platform/linux/inotify_folder_watcher.h"
 
 #include <dirent.h>
 #include <errno.h>

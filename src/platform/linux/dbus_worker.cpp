@@ -1,4 +1,4 @@
-#include "platform/x11/dbus_worker.h"
+#include "platform/linux/dbus_worker.h"
 
 #include <gio/gunixfdlist.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <deque>
 
 #include "core/base/log.h"
-#include "platform/x11/dbus_connect.h"
+#include "platform/linux/dbus_connect.h"
 
 namespace zorvane {
 

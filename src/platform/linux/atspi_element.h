@@ -8,26 +8,24 @@
 // setValue and raise give the codes listed in atspi_accessibility.h.
 //
 // In a file manager (see FileManagerApp, known by the process's executable) an item of
-// the folder view answers `url()` with the file it shows: the folder from the window's
-// location bar (found with one Collection query) plus the item's name, when that file
-// exists. The item is, per toolkit: a table cell named after the file inside a row's
-// cell (GTK 3 list view, GTK 4 grid cell), the row's cell itself through its named
-// child, an icon whose text is the name (GTK 2 icon view), or a named child of the
-// desktop window, whose folder is the user's desktop folder. Elsewhere `url()` is a
-// link's target or a document's address.
+// the folder view answers `url()` with the file it shows and every element `folder()`
+// with the folder its window shows, as FileManagers (file_managers.h) reads them.
+// Elsewhere `url()` is a link's target or a document's address.
 //
 // Not thread-safe: use elements on the thread that runs the AtspiRuntime.
 #pragma once
 
 #include <atspi/atspi.h>
 
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "platform/accessibility.h"
-#include "platform/x11/atspi_accessibility.h"
-#include "platform/x11/atspi_app.h"
+#include "platform/linux/atspi_accessibility.h"
+#include "platform/linux/atspi_app.h"
 
 namespace zorvane {
 
@@ -56,6 +54,20 @@ class AtspiElement final : public AccessibleElement {
   const std::shared_ptr<AtspiApp>& app() const { return app_; }
   bool isTopLevel() const { return topLevel_; }
 
+  // The libatspi role, read once; ATSPI_ROLE_INVALID when unreadable.
+  AtspiRole atspiRole();
+  // The element's text (a Text interface's contents, at most kMaxValueCharacters);
+  // nothing when it has none.
+  std::optional<std::string> textValue();
+  // The parent as an element, marked top-level when it is one of the application's
+  // windows; null for a window itself or when it can't be read.
+  std::shared_ptr<AtspiElement> parentElement();
+  // The elements below this one with one of `roles`, in tree order, at most `limit`,
+  // found with one Collection query; nothing when the element offers no Collection
+  // interface or the query fails.
+  std::optional<std::vector<std::shared_ptr<AtspiElement>>> descendantsWithRoles(std::initializer_list<AtspiRole> roles,
+                                                                                 int limit);
+
   // At most this many children are listed; tables can expose hundreds of thousands of
   // cells, each a round trip, and no reader looks that far.
   static constexpr int kMaxChildren = 2000;
@@ -63,8 +75,6 @@ class AtspiElement final : public AccessibleElement {
   static constexpr int kMaxValueCharacters = 65536;
 
  private:
-  // The libatspi role, read once; ATSPI_ROLE_INVALID when unreadable.
-  AtspiRole atspiRole();
   GObjectPtr<AtspiStateSet> states();
   // One of the element's interfaces (`get` is an atspi_accessible_get_*_iface). Where
   // libatspi hasn't cached the element's interface list it asks the application, so the
@@ -78,15 +88,9 @@ class AtspiElement final : public AccessibleElement {
     app_->noteCall(started);
     return found;
   }
-  std::optional<std::string> textValue();
   std::optional<std::string> numberValue();
   bool hasEditableChild();
   std::optional<std::vector<std::shared_ptr<AccessibleElement>>> childrenByCollection();
-  std::shared_ptr<AtspiElement> parentElement();
-  // The display name of a file manager's item; nothing for any other element.
-  std::optional<std::string> itemName();
-  // The folder in the location bar of this window (an absolute path, no trailing "/").
-  std::optional<std::string> locationBarFolder();
   std::optional<std::string> linkOrDocumentURL();
 
   GObjectPtr<AtspiAccessible> object_;

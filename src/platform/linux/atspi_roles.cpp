@@ -1,4 +1,4 @@
-#include "platform/x11/atspi_roles.h"
+#include "platform/linux/atspi_roles.h"
 
 #include <array>
 #include <cctype>

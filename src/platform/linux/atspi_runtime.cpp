@@ -1,10 +1,10 @@
-#include "platform/x11/atspi_runtime.h"
+#include "platform/linux/atspi_runtime.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
 
-#include "platform/x11/dbus_connect.h"
+#include "platform/linux/dbus_connect.h"
 
 namespace zorvane {
 namespace {

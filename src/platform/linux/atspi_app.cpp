@@ -1,9 +1,8 @@
-#include "platform/x11/atspi_app.h"
+#include "platform/linux/atspi_app.h"
 
-#include <unistd.h>
-
-#include <string>
 #include <utility>
+
+#include "platform/linux/file_managers.h"
 
 namespace zorvane {
 
@@ -23,11 +22,7 @@ void AtspiApp::noteCall(Clock::time_point started) {
 }
 
 const FileManagerApp* AtspiApp::fileManager() {
-  if (fileManager_) return *fileManager_;
-  char target[4096];
-  std::string link = "/proc/" + std::to_string(pid_) + "/exe";
-  ssize_t length = readlink(link.c_str(), target, sizeof target - 1);
-  fileManager_ = length > 0 ? fileManagerForExecutable(std::string_view(target, size_t(length))) : nullptr;
+  if (!fileManager_) fileManager_ = FileManagers::ofProcess(pid_);
   return *fileManager_;
 }
 

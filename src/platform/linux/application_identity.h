@@ -15,7 +15,8 @@
 //
 // Desktop entries are read from the "applications" folders of XDG_DATA_HOME and
 // XDG_DATA_DIRS (in that order of precedence), once, on first need. Hidden entries are
-// left out. Lives on the display thread like the rest of x11/.
+// left out. Not thread-safe: each user (the window service, the launch watcher) keeps
+// one of its own and asks it on one thread.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/x11/devtools_port.h"
+#include "platform/linux/devtools_port.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>

@@ -1,10 +1,10 @@
-#include "platform/x11/notices.h"
+#include "platform/linux/dbus_notices.h"
 
 #include <optional>
 #include <set>
 
 #include "core/base/log.h"
-#include "platform/x11/dbus_worker.h"
+#include "platform/linux/dbus_worker.h"
 
 namespace zorvane {
 

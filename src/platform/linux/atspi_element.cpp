@@ -1,4 +1,4 @@
-#include "platform/x11/atspi_element.h"
+#include "platform/linux/atspi_element.h"
 
 #include <algorithm>
 #include <array>
@@ -9,11 +9,9 @@
 #include <cstring>
 #include <string_view>
 
-#include <sys/stat.h>
-
-#include "core/base/url.h"
-#include "platform/x11/atspi_roles.h"
-#include "platform/x11/atspi_runtime.h"
+#include "platform/linux/atspi_roles.h"
+#include "platform/linux/atspi_runtime.h"
+#include "platform/linux/file_managers.h"
 
 namespace zorvane {
 namespace {
@@ -442,24 +440,6 @@ int AtspiElement::setValue(const std::string& value) {
 // AT-SPI has no way to bring a window forward.
 int AtspiElement::raise() { return kAtspiNoAction; }
 
-}  // namespace zorvane
-
-namespace zorvane {
-namespace {
-
-// Bounds of the walks that reach the window from an element and the location bar from
-// the window.
-constexpr int kMaxParentWalk = 64;
-constexpr int kMaxLocationCandidates = 64;
-
-// "/a/b/" → "/a/b"; "/" stays.
-std::string withoutTrailingSlash(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
-
-}  // namespace
-
 std::shared_ptr<AtspiElement> AtspiElement::parentElement() {
   if (topLevel_ || !app_->answering()) return nullptr;
   GErrorSlot error;
@@ -485,109 +465,41 @@ std::shared_ptr<AtspiElement> AtspiElement::parentElement() {
 
 std::shared_ptr<AccessibleElement> AtspiElement::parent() { return parentElement(); }
 
-std::optional<std::string> AtspiElement::itemName() {
-  const FileManagerApp* manager = app_->fileManager();
-  if (!manager) return std::nullopt;
-  AtspiRole role = atspiRole();
-  if (role == ATSPI_ROLE_TABLE_CELL) {
-    auto up = parentElement();
-    if (!up) return std::nullopt;
-    AtspiRole upRole = up->atspiRole();
-    if (upRole == ATSPI_ROLE_TABLE_CELL) {
-      std::string own = title();
-      if (!own.empty()) return own;
-      return std::nullopt;
-    }
-    if (upRole != ATSPI_ROLE_TABLE && upRole != ATSPI_ROLE_TREE_TABLE) return std::nullopt;
-    // A row's cell: the item is its named child (a cell of its own, not a column of it).
-    auto cells = children();
-    if (!cells) return std::nullopt;
-    for (auto& cell : *cells) {
-      auto* child = static_cast<AtspiElement*>(cell.get());
-      if (child->atspiRole() != ATSPI_ROLE_TABLE_CELL) continue;
-      std::string childName = child->title();
-      if (!childName.empty()) return childName;
-    }
-    return std::nullopt;
-  }
-  if (role == ATSPI_ROLE_ICON) {
-    // GTK 2 icon views name their icons through the text only.
-    std::string own = title();
-    if (!own.empty()) return own;
-    auto text = textValue();
-    if (text && !text->empty()) return text;
-    return std::nullopt;
-  }
-  // An icon of the desktop window.
-  if (role == ATSPI_ROLE_UNKNOWN) {
-    auto up = parentElement();
-    if (!up || !up->isTopLevel() || up->locationBarFolder()) return std::nullopt;
-    std::string own = title();
-    if (!own.empty()) return own;
-  }
-  return std::nullopt;
-}
-
-std::optional<std::string> AtspiElement::locationBarFolder() {
+std::optional<std::vector<std::shared_ptr<AtspiElement>>> AtspiElement::descendantsWithRoles(
+    std::initializer_list<AtspiRole> roles, int limit) {
   if (!app_->answering()) return std::nullopt;
   GObjectPtr<AtspiCollection> collection(interfaceOf(atspi_accessible_get_collection_iface));
   if (!collection || !app_->answering()) return std::nullopt;
-  GArray* roles = g_array_new(FALSE, FALSE, sizeof(AtspiRole));
-  AtspiRole wanted[] = {ATSPI_ROLE_TEXT, ATSPI_ROLE_ENTRY};
-  g_array_append_vals(roles, wanted, 2);
+  GArray* wanted = g_array_new(FALSE, FALSE, sizeof(AtspiRole));
+  g_array_append_vals(wanted, roles.begin(), guint(roles.size()));
   GObjectPtr<AtspiMatchRule> rule(atspi_match_rule_new(nullptr, ATSPI_Collection_MATCH_ALL, nullptr,
-                                                       ATSPI_Collection_MATCH_ALL, roles, ATSPI_Collection_MATCH_ANY,
+                                                       ATSPI_Collection_MATCH_ALL, wanted, ATSPI_Collection_MATCH_ANY,
                                                        nullptr, ATSPI_Collection_MATCH_ALL, FALSE));
-  g_array_free(roles, TRUE);
+  g_array_free(wanted, TRUE);
   GErrorSlot error;
   GArray* found;
   {
     CallTimer timer(*app_);
-    found = atspi_collection_get_matches(collection.get(), rule.get(), ATSPI_Collection_SORT_ORDER_CANONICAL,
-                                         kMaxLocationCandidates, TRUE, error.out());
+    found = atspi_collection_get_matches(collection.get(), rule.get(), ATSPI_Collection_SORT_ORDER_CANONICAL, limit,
+                                         TRUE, error.out());
   }
   if (error.failed() || !found) {
     if (found) g_array_free(found, TRUE);
     return std::nullopt;
   }
-  std::optional<std::string> folder;
+  std::vector<std::shared_ptr<AtspiElement>> list;
+  list.reserve(found->len);
   for (guint index = 0; index < found->len; ++index) {
     GObjectPtr<AtspiAccessible> object(g_array_index(found, AtspiAccessible*, index));
-    if (folder || !object) continue;
-    AtspiElement candidate(std::move(object), app_, false);
-    // The location bar holds the absolute path of the folder, in every view and even
-    // while the bar itself is hidden (GTK 4 keeps it at 0x0).
-    auto text = candidate.textValue();
-    if (text && text->size() > 0 && text->front() == '/' && text->find('\n') == std::string::npos)
-      folder = withoutTrailingSlash(*text);
+    if (object) list.push_back(std::make_shared<AtspiElement>(std::move(object), app_, false));
   }
   g_array_free(found, TRUE);
-  return folder;
+  return list;
 }
 
 std::optional<std::string> AtspiElement::folder() {
   if (!app_->fileManager()) return std::nullopt;
-  std::shared_ptr<AtspiElement> window;
-  if (topLevel_) {
-    window = std::make_shared<AtspiElement>(GObjectPtr<AtspiAccessible>(ATSPI_ACCESSIBLE(g_object_ref(object_.get()))),
-                                            app_, true);
-  } else {
-    auto current = parentElement();
-    for (int step = 0; current && step < kMaxParentWalk; ++step) {
-      if (current->isTopLevel()) {
-        window = current;
-        break;
-      }
-      current = current->parentElement();
-    }
-  }
-  if (!window) return std::nullopt;
-  if (auto folder = window->locationBarFolder()) return folder;
-  // The desktop window shows the desktop folder and has no location bar.
-  if (window->atspiRole() == ATSPI_ROLE_WINDOW) {
-    if (const char* desktop = g_get_user_special_dir(G_USER_DIRECTORY_DESKTOP)) return withoutTrailingSlash(desktop);
-  }
-  return std::nullopt;
+  return FileManagers::folderShown(*this);
 }
 
 std::optional<std::string> AtspiElement::linkOrDocumentURL() {
@@ -615,16 +527,7 @@ std::optional<std::string> AtspiElement::linkOrDocumentURL() {
 
 std::optional<std::string> AtspiElement::url() {
   if (!app_->fileManager()) return linkOrDocumentURL();
-  auto item = itemName();
-  if (!item || item->find('/') != std::string::npos) return std::nullopt;
-  auto shown = folder();
-  if (!shown) return std::nullopt;
-  std::string path = (*shown == "/" ? std::string() : *shown) + "/" + *item;
-  // The name shown is the file's name for ordinary files; where it isn't (a launcher's
-  // own name, an escaped name) no file of that name exists and the item has no URL.
-  struct stat status;
-  if (::stat(path.c_str(), &status) != 0) return std::nullopt;
-  return URL::fileURL(path, S_ISDIR(status.st_mode)).absoluteString();
+  return FileManagers::itemURL(*this);
 }
 
 }  // namespace zorvane

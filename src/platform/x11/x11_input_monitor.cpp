@@ -1,4 +1,4 @@
-#include "platform/x11/input_monitor.h"
+#include "platform/x11/x11_input_monitor.h"
 
 #include <X11/XKBlib.h>
 #include <X11/extensions/XInput2.h>
@@ -6,8 +6,8 @@
 #include <map>
 
 #include "core/base/log.h"
-#include "platform/x11/event_connection.h"
 #include "core/base/utf8.h"
+#include "platform/x11/event_connection.h"
 #include "platform/x11/virtual_keys.h"
 
 namespace zorvane {
