@@ -4,10 +4,10 @@
 
 #include "app/shell/command_line.h"
 #include "app/control/control_server.h"
+#include "app/shell/desktop_module.h"
 #include "app/shell/discover.h"
 #include "app/shell/selftest.h"
 #include "core/goo/ink_tokens.h"
-#include "ui/shell/application.h"
 
 using namespace zorvane;
 
@@ -28,8 +28,16 @@ int main(int argc, char** argv) {
       exitProcess(69);
     case RunMode::discover:
       runDiscover();
-    case RunMode::application:
-      runApplication(commandLine);
+    case RunMode::application: {
+      // The desktop half of the program: loaded here, so that the other modes never map it.
+      auto module = DesktopModule::entry();
+      if (!module) {
+        fprintf(stderr, "zorvane: %s\n", module.error().c_str());
+        exitProcess(1);
+      }
+      (*module)->runApplication(argc, argv);
+      exitProcess(0);
+    }
   }
   return 0;
 }

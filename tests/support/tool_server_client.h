@@ -19,6 +19,7 @@ class ToolServerClient {
   ToolServerClient& operator=(const ToolServerClient&) = delete;
 
   bool ready() const { return ready_; }
+  pid_t pid() const { return pid_; }
 
   struct Result {
     bool isError = false;

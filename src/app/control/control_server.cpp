@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "app/control/window_control.h"
+#include "app/shell/desktop_module.h"
 #include "app/shell/selftest.h"
 #include "core/base/child_process.h"
 #include "core/base/file_io.h"
@@ -440,7 +441,7 @@ void run(const CommandLine& commandLine) {
   ShutdownWatch::shared().install(STDIN_FILENO);
   std::unique_ptr<Desktop> desktop;
   ToolDispatch dispatch(scopePath, [&desktop]() -> DesktopServices& {
-    if (!desktop) desktop = Desktop::open();
+    if (!desktop) desktop = DesktopModule::openDesktop();
     return desktop->services();
   });
   MCPServer server(ZorvaneTools::specs(),
