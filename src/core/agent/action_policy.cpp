@@ -281,8 +281,7 @@ static std::vector<std::string> componentsOf(std::string_view path) {
 // cannot be searched), and for a relative or empty path: the agent's harness runs in a
 // working folder of its own, not this process's.
 static std::string resolvedPath(std::string_view path) {
-  if (path.empty()) return {};
-  if (path.front() != '/') { char here[PATH_MAX]; if (::getcwd(here, sizeof here)) return resolvedPath(std::string(here) + "/" + std::string(path)); }
+  if (path.empty() || path.front() != '/') return {};
   std::string current(path);
   for (int hop = 0; hop <= kMaxLinkHops; ++hop) {
     if (current.size() >= kLongestOpenablePath) return URL::fileURL(current).standardized().path();
