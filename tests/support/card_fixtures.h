@@ -2,10 +2,11 @@
 // fake clock, as their controller tests and their adapter tests drive them.
 //
 // TrayWorld: a TrayController on FakeSurfaces' primary screen; `pass` runs every tick.
-// GuideWorld: an OnboardingController in a temporary home. The permissions are what the
-// test sets in `ax` and `screen`; discovery answers `found` and `missingFlags` answers
-// `missing`, both read on the guide's own discovery thread (hence the mutex, which
-// `setAgents` takes); the install command the guide copies lands in `copied`.
+// GuideWorld: an OnboardingController in a temporary home; `pass` moves time at once.
+// The permissions are what the test sets in `ax` and `screen`; discovery answers `found`
+// and `missingFlags` answers `missing`, both read on the guide's own discovery thread
+// (hence the mutex, which `setAgents` takes); the install command it copies lands in
+// `copied`.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -18,15 +19,14 @@
 
 #include "app/notch/tray_controller.h"
 #include "app/shell/onboarding_controller.h"
-#include "core/base/run_loop.h"
 #include "platform/fake/fake_application_services.h"
+#include "support/fake_time.h"
 #include "support/test_support.h"
 
 namespace zorvane::testing {
 
-struct TrayWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
+struct TrayWorld : FakeTime {
+  TrayWorld() : FakeTime(TrayController::kTickInterval) {}
   FakeSurfaces surfaces;
   std::shared_ptr<NotchController> notch =
       NotchController::make(surfaces, queue, *clock, surfaces.screenList.front(), 7);
@@ -35,13 +35,6 @@ struct TrayWorld {
                            surfaces.makePanel({"Zorvane tray", PanelLevel::notch, false, false}));
   std::shared_ptr<FakePanel::Record> panel = surfaces.named("Zorvane tray").front();
 
-  // Lets `seconds` pass in the tray's own steps, so every tick runs.
-  void pass(double seconds) {
-    for (double done = 0; done < seconds - 1e-9; done += TrayController::kTickInterval) {
-      clock->advance(TrayController::kTickInterval);
-      queue.runUntilIdle();
-    }
-  }
   Point overNotch() const {
     Rect band = notch->notchRect();
     return {band.x + band.width / 2, band.y + band.height / 2};
@@ -49,10 +42,8 @@ struct TrayWorld {
   static constexpr Point kAway{100, 700};
 };
 
-struct GuideWorld {
+struct GuideWorld : FakeTime {
   TempHome home;
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
   FakeApplicationServices fakes{queue};
   std::atomic<bool> ax = false, screen = false;
   std::mutex mutex;
@@ -64,7 +55,7 @@ struct GuideWorld {
   std::shared_ptr<OnboardingController> guide;
   std::shared_ptr<FakePanel::Record> panel;
 
-  GuideWorld() {
+  GuideWorld() : FakeTime(0) {
     auto locked = [this](auto& value) {
       std::lock_guard lock(mutex);
       return value;
@@ -94,10 +85,6 @@ struct GuideWorld {
     std::lock_guard lock(mutex);
     found = std::move(agents);
     missing = std::move(flags);
-  }
-  void pass(double seconds) {
-    clock->advance(seconds);
-    queue.runUntilIdle();
   }
   void waitForAgents() {
     ASSERT_TRUE(queue.runUntil([&] { return !guide->model().checking; }, 10));

@@ -1,22 +1,20 @@
-// PieceWorld: everything a PieceController needs, in memory: a run loop on a fake clock,
-// the fake desktop and surfaces, the stores in a temporary home, and agents from
-// FakeAgents. `piece(...)` bonds one the way the application does.
+// PieceWorld: everything a PieceController needs, in memory: a run loop on a fake clock
+// (passing in steps of 0.05 s), the fake desktop and surfaces, the stores in a temporary
+// home, and agents from FakeAgents. `piece(...)` bonds one the way the application does.
 #pragma once
 
 #include <memory>
 
 #include "app/pieces/piece_controller.h"
-#include "core/base/run_loop.h"
 #include "platform/fake/fake_application_services.h"
 #include "support/fake_agent.h"
+#include "support/fake_time.h"
 #include "support/test_support.h"
 
 namespace zorvane::testing {
 
-struct PieceWorld {
+struct PieceWorld : FakeTime {
   TempHome home;
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
   FakeApplicationServices fakes{queue};
   Registry registry;
   SessionStore store{home.path() + "/data/sessions.json"};
@@ -48,13 +46,6 @@ struct PieceWorld {
     auto entry = registry.bond(target).entry;
     return PieceController::make(services, entry, std::move(previous), Resolved{target, anchor}, {100, 100},
                                  agent(kind), false, true);
-  }
-  // Lets the fake clock run `seconds` on, firing what falls due on the way.
-  void pass(double seconds) {
-    for (double step = 0; step < seconds; step += 0.05) {
-      clock->advance(0.05);
-      queue.runUntilIdle();
-    }
   }
 };
 

@@ -2,16 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "core/base/run_loop.h"
 #include "core/ink/ink_pipeline.h"
 #include "platform/fake/fake_surfaces.h"
+#include "support/fake_time.h"
 
 namespace zorvane {
 namespace {
 
-struct DragWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
+struct DragWorld : testing::FakeTime {
   FakeSurfaces surfaces;
   std::shared_ptr<DragLayer> layer = DragLayer::make(surfaces, queue, *clock, {0, 0, 1920, 1080});
 

@@ -4,21 +4,19 @@
 
 #include <algorithm>
 
-#include "core/base/run_loop.h"
 #include "platform/fake/fake_surfaces.h"
+#include "support/fake_time.h"
 
 namespace zorvane {
 namespace {
 
-struct NotchWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
+struct NotchWorld : testing::FakeTime {
   FakeSurfaces surfaces;
   ScreenInfo screen{{0, 0, 1920, 1080}, {0, 28, 1920, 1052}, true};
   std::shared_ptr<NotchController> notch = NotchController::make(surfaces, queue, *clock, screen, 7);
   std::vector<std::string> calls;
 
-  NotchWorld() {
+  NotchWorld() : FakeTime(0.01) {
     notch->onPull = [this](Point) { calls.push_back("pull"); };
     notch->onPullDrag = [this](Point) { calls.push_back("drag"); };
     notch->onPullEnd = [this](Point) { calls.push_back("end"); };
@@ -27,12 +25,6 @@ struct NotchWorld {
     notch->onLongPressEnd = [this] { calls.push_back("longEnd"); };
   }
   FakePanel::Record& panel() { return *surfaces.named("Zorvane").front(); }
-  void pass(double seconds) {
-    for (double step = 0; step < seconds; step += 0.01) {
-      clock->advance(0.01);
-      queue.runUntilIdle();
-    }
-  }
   // Runs frames of the panel's size for `seconds` at 60 a second; returns the last.
   GooScene frames(double seconds) {
     GooScene scene;
@@ -189,16 +181,6 @@ TEST(NotchController, ShowsWhatThePiecesDo) {
   double none = bottomWith(0), five = bottomWith(5), twenty = bottomWith(20);
   EXPECT_LT(five, none);
   EXPECT_DOUBLE_EQ(five, twenty);
-  world.notch->livePieces = 0;
-
-  // A voice spreads the fringe across the whole width and brings the goo to the middle.
-  world.notch->voiceLevel = [] { return std::optional<float>(0.8f); };
-  world.surfaces.pointerAt = {world.notch->notchRect().x, 40};
-  GooScene speaking = world.frames(2);
-  EXPECT_NEAR(world.notch->magnetX(), 80 + 70, 1);
-  size_t strands = std::count_if(speaking.capsules.begin(), speaking.capsules.end(),
-                                 [](const GooCapsule& c) { return c.ra == 4.2; });
-  EXPECT_GE(strands, 8u);
 }
 
 TEST(NotchController, DripsWhenIdleAndRunsFastOnlyWhilePulled) {

@@ -2,22 +2,15 @@
 
 #include <memory>
 
-#include "app/notch/ink_card_background.h"
 #include "app/notch/tether_ink.h"
 #include "app/notch/tether_motion.h"
-#include "core/base/run_loop.h"
+#include "support/fake_time.h"
 
 namespace zorvane {
 namespace {
 
-struct MotionWorld {
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
-
-  void pass(double seconds) {
-    clock->advance(seconds);
-    queue.runUntilIdle();
-  }
+struct MotionWorld : testing::FakeTime {
+  MotionWorld() : FakeTime(0) {}
 };
 
 // The content shows a moment after the card opens and hides at once when it closes; a
@@ -135,18 +128,6 @@ TEST(TetherInk, CardStemAndEarsFollowTheMotion) {
   EXPECT_LT(closing.boxes[0].rect.height, 200);
   EXPECT_EQ(closing.capsules.size(), 2u) << "the ears go first";
   EXPECT_TRUE(TetherInk::scene(closed + 0.3, size, 18, false, motion.get()).isEmpty());
-}
-
-TEST(InkCardBackground, OneInsetCard) {
-  InkCardBackground background{14, 6};
-  GooScene scene = background.scene({200, 120});
-  ASSERT_EQ(scene.boxes.size(), 1u);
-  EXPECT_EQ(scene.boxes[0].rect, (Rect{6, 6, 188, 108}));
-  EXPECT_EQ(scene.boxes[0].corner, 14);
-  EXPECT_FALSE(scene.boxes[0].reveal || scene.boxes[0].ring || scene.boxes[0].hole);
-  EXPECT_TRUE(scene.shadow);
-  EXPECT_TRUE(background.scene({16, 120}).isEmpty()) << "too narrow once inset";
-  EXPECT_TRUE(background.scene({200, 16}).isEmpty());
 }
 
 }  // namespace

@@ -39,6 +39,25 @@ struct PeerServerTest : ::testing::Test {
   }
 };
 
+// Connects to the socket at `path`, sends `bytes`, and returns what comes back before
+// the server closes ("" for a close without an answer).
+std::string talk(const std::string& path, const std::string& bytes) {
+  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    ::close(fd);
+    return "no connect";
+  }
+  timeval limit{10, 0};  // a test that goes wrong fails instead of hanging
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  writePeerMessage(fd, bytes);
+  std::string reply = readPeerMessage(fd, kPeerReplyLimit);
+  ::close(fd);
+  return reply;
+}
+
 PeerRequest ask(std::string message) {
   return {PeerRequest::Op::ask, UUID(), "Notes", std::move(message), std::nullopt};
 }
@@ -79,17 +98,7 @@ TEST_F(PeerServerTest, ClientFailuresReadAsTheAgentShouldSeeThem) {
   held[0]({true, "twice"});
 
   // A raw client sending garbage gets "Bad request".
-  auto raw = std::async(std::launch::async, [&] {
-    int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    dir.file("peer.sock").copy(address.sun_path, sizeof address.sun_path - 1);
-    if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return std::string("no connect");
-    writePeerMessage(fd, "{\"op\":\"fly\"}\n");
-    std::string reply = readPeerMessage(fd, kPeerReplyLimit);
-    ::close(fd);
-    return reply;
-  });
+  auto raw = std::async(std::launch::async, [&] { return talk(dir.file("peer.sock"), "{\"op\":\"fly\"}\n"); });
   loop.runUntil([&] { return raw.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }, 10);
   EXPECT_EQ(raw.get(), "{\"ok\":false,\"text\":\"Bad request\"}\n");
 
@@ -98,25 +107,6 @@ TEST_F(PeerServerTest, ClientFailuresReadAsTheAgentShouldSeeThem) {
   PeerServer forgetful([](const PeerRequest&, PeerServer::Completion) {}, loop);
   ASSERT_TRUE(forgetful.start());
   EXPECT_EQ(sendAndServe(ask("x"), 5), "error: No reply from the other piece (timed out after 0 min).");
-}
-
-// Connects to the socket at `path`, sends `bytes`, and returns what comes back before
-// the server closes ("" for a close without an answer).
-std::string talk(const std::string& path, const std::string& bytes) {
-  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  path.copy(address.sun_path, sizeof address.sun_path - 1);
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-    ::close(fd);
-    return "no connect";
-  }
-  timeval limit{10, 0};  // a test that goes wrong fails instead of hanging
-  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  writePeerMessage(fd, bytes);
-  std::string reply = readPeerMessage(fd, kPeerReplyLimit);
-  ::close(fd);
-  return reply;
 }
 
 // What an abusive local client can cost: another user is turned away unanswered, an

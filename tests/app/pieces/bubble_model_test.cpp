@@ -47,23 +47,10 @@ TEST(BubbleModel, RowsStandOnlyUnderTheirConditions) {
   EXPECT_FALSE(BubbleModel::of(state, at(0)).showsAsk);
   state.resumeOffer.reset();
 
-  // Learning: no ask while recording or naming, back during compiling and done; the
-  // learn button only when idle.
+  // The learn button shows only on a piece that can learn (one with a window).
+  EXPECT_FALSE(BubbleModel::of(state, at(0)).showsLearnButton);
   state.canLearn = true;
   EXPECT_TRUE(BubbleModel::of(state, at(0)).showsLearnButton);
-  state.learn.value = LearnPhase::Recording{1};
-  BubbleModel recording = BubbleModel::of(state, at(0));
-  EXPECT_FALSE(recording.showsAsk || recording.showsLearnButton);
-  EXPECT_EQ(recording.learnSteps, "1 step");
-  state.learn.value = LearnPhase::Naming{1};
-  EXPECT_FALSE(BubbleModel::of(state, at(0)).showsAsk);
-  EXPECT_EQ(BubbleModel::of(state, at(0)).learnLabel, "Recorded 1 steps");
-  state.learn.value = LearnPhase::Compiling{"Send invoice"};
-  EXPECT_TRUE(BubbleModel::of(state, at(0)).showsAsk);
-  state.learn.value = LearnPhase::Done{"Send invoice"};
-  EXPECT_TRUE(BubbleModel::of(state, at(0)).showsAsk);
-  EXPECT_EQ(BubbleModel::of(state, at(0)).learnLabel,
-            "Learned \u201cSend invoice\u201d. Tap it below any time, or just ask for it.");
 }
 
 TEST(BubbleModel, ApprovalAnswerResumeAndTranscriptTexts) {

@@ -226,41 +226,6 @@ TEST(PossessionLook, RetiringAWindowEarlyStartsTheWipeAtOnce) {
   EXPECT_FALSE(keptPlayer.until(1.25).isEmpty());
 }
 
-// The first frame runs the strands for 1/60 s; after a stall, a frame runs them for at
-// most 1/30 s, in steps of 1/240 s.
-TEST(PossessionLook, FramesStepTheStrandsAFewTicksAtATime) {
-  auto anchor = std::make_shared<StillAnchor>(Rect{0, 0, 300, 200}, false);
-  PossessionLook look(anchor, {100, 80}, kBond, 3);
-  PossessionLook twin(anchor, {100, 80}, kBond, 3);
-  std::vector<Strand> expected = twin.makeStrands(twin.cover(), {144, 124}, false);
-
-  auto expectSame = [&](const char* when) {
-    ASSERT_EQ(look.strands().size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-      for (int k = 0; k < Strand::kPoints; ++k) {
-        EXPECT_NEAR(look.strands()[i].pos[k].x, expected[i].pos[k].x, 1e-9) << when;
-        EXPECT_NEAR(look.strands()[i].pos[k].y, expected[i].pos[k].y, 1e-9) << when;
-      }
-  };
-  auto advance = [&](double t, double dt, int n) {
-    for (Strand& s : expected) {
-      if (s.state == Strand::State::waiting) s.state = Strand::State::lunge;
-      for (int k = 1; k <= n; ++k) s.step(dt / n, t - dt + k * dt / n);
-    }
-  };
-
-  double t = kBond + 0.1;
-  look.scene(t);
-  advance(t, 1.0 / 60, 4);
-  expectSame("first frame");
-  EXPECT_EQ(look.lastSim(), t);
-
-  t = kBond + 0.4;
-  look.scene(t);
-  advance(t, 1.0 / 30, 8);
-  expectSame("after a stall");
-}
-
 // Each strand keeps its volume: it thins as it stretches, within 0.8 and 6 points, and
 // no point is ever thinner than 0.6; recoiling, it shortens from the root and dies once
 // shorter than 6 points.

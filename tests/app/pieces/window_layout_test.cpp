@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "core/base/run_loop.h"
 #include "platform/fake/fake_surfaces.h"
 #include "platform/fake/fake_window_service.h"
+#include "support/fake_time.h"
 #include "support/test_support.h"
 
 namespace zorvane {
@@ -12,11 +12,9 @@ namespace {
 
 using Move = FakeWindowService::MoveResize;
 
-struct LayoutWorld {
+struct LayoutWorld : testing::FakeTime {
   testing::TempDir dir;
   testing::ScopedLogFile log{dir.file("zorvane.log")};
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
   FakeWindowService windows;
   FakeSurfaces surfaces;  // one 1920x1080 screen, its work area below a 28-point bar
   std::optional<WindowLayout> layout{std::in_place, windows, queue, surfaces};

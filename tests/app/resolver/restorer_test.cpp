@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "core/base/run_loop.h"
 #include "platform/fake/fake_desktop.h"
 #include "platform/fake/fake_file_manager.h"
+#include "support/fake_time.h"
 #include "support/test_support.h"
 
 namespace zorvane {
@@ -15,10 +15,8 @@ constexpr int32_t kEditor = 70;
 
 // A file manager (Thunar) that owns FileManager1, a real folder with a file, and an
 // editor with two windows; the queue runs on a fake clock.
-class RestorerTest : public ::testing::Test {
+class RestorerTest : public ::testing::Test, public testing::FakeTime {
  protected:
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  RunLoop queue{clock};
   FakeDesktop desktop;
   FakeFileManager files{queue};
   Restorer restorer{desktop.services, files, queue, 1};
@@ -30,13 +28,6 @@ class RestorerTest : public ::testing::Test {
   std::vector<std::optional<Resolved>> answers;
   Restorer::Completion collect() {
     return [this](std::optional<Resolved> resolved) { answers.push_back(std::move(resolved)); };
-  }
-  // Lets the fake clock run `seconds` on, firing what falls due on the way.
-  void pass(double seconds) {
-    for (double step = 0; step < seconds; step += 0.05) {
-      clock->advance(0.05);
-      queue.runUntilIdle();
-    }
   }
 
   void SetUp() override {

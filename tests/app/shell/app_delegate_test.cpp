@@ -106,25 +106,6 @@ TEST(AppDelegate, BondsOnlyWhatItMayAndSavesTheLivePiecesAtQuit) {
   EXPECT_EQ(saved.load().size(), 2u) << "retiring at quit must not take the pieces out of the file";
 }
 
-// A piece of the last run whose target is gone is offered back once: restoring says it
-// wasn't found, and the offer of it ends, in memory and on disk.
-TEST(AppDelegate, RestoringATargetThatIsGoneSaysSoOnce) {
-  FakeAgents agents;
-  DelegateWorld world(agents.maker(), std::make_shared<FakeClock>());
-  Target gone = Target::folder(URL::fileURL(world.home.path() + "/gone", true));
-  PieceSnapshots file(world.home.path() + "/data/live-pieces.json");
-  file.save({{gone, UUID(), "gone", {}}});
-  AppDelegate& app = *world.delegate;
-  app.applicationDidFinishLaunching();
-  app.finishDiscovery({fixtureAgent(AgentKind::claude())}, std::nullopt);
-  ASSERT_EQ(app.pendingRestore().size(), 1u);
-  app.restoreAll();
-  EXPECT_TRUE(app.pendingRestore().empty());
-  EXPECT_TRUE(app.pieces().empty());
-  EXPECT_EQ(app.trayMessage(), "Couldn't find gone on screen. Open it and pick it from the list.");
-  EXPECT_TRUE(file.load().empty());
-}
-
 // The approval road of a gated agent, end to end through real processes: the turn-based
 // agent's tool server asks over the real peer socket, the piece shows the card, and
 // the user's verdict decides whether the file is written.
@@ -286,8 +267,8 @@ TEST(AppDelegate, FirstStartShowsTheGuide) {
 }
 
 // Pieces of the last run: the tray shows the offer a moment after launch and stays up,
-// pinned, with the pointer away; "Not now" ends the offer. A restore that finds nothing
-// says so in the tray.
+// pinned, with the pointer away. A restore that finds nothing says so in the tray, once:
+// the offer ends in memory and on disk.
 TEST(AppDelegate, RestoreOfferPinsTheTray) {
   FakeAgents agents;
   auto clock = std::make_shared<FakeClock>();
@@ -321,6 +302,10 @@ TEST(AppDelegate, RestoreOfferPinsTheTray) {
   world.queue.runUntilIdle();
   EXPECT_TRUE(tray.model().restore.empty());
   EXPECT_EQ(tray.model().message, "Couldn't find gone, away on screen. Open it and pick it from the list.");
+  EXPECT_TRUE(app.pendingRestore().empty());
+  EXPECT_EQ(app.pieces().size(), 1u);
+  ASSERT_EQ(file.load().size(), 1u) << "only the live piece is left on disk";
+  EXPECT_EQ(file.load()[0].displayName, "here");
   EXPECT_TRUE(tray.panel().isVisible()) << "a message shows the tray";
   pass(world, *clock, 4);
   EXPECT_TRUE(tray.panel().isVisible());

