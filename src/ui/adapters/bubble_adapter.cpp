@@ -35,7 +35,7 @@ BubbleAdapter::BubbleAdapter(std::weak_ptr<PieceController> piece, std::function
 void BubbleAdapter::followWindow(QQuickWindow* window) { window_ = window; }
 
 void BubbleAdapter::stateChanged() {
-  if (!window_ || !window_->isVisible()) {
+  if (!window_) {
     refresh();
     return;
   }

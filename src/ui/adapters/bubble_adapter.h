@@ -154,12 +154,12 @@ class BubbleAdapter final : public QObject {
 
   // Reads the piece again (after each of its changes).
   void refresh();
-  // From now on, while `window` shows, changes are read on the next turn of the event
-  // loop, and at most every kReadInterval: an agent that streams hundreds of lines a
-  // second would otherwise keep the GUI thread and the renderer busy with frames the
-  // eye can't tell apart, and a key press would wait behind them. A change after a
-  // quiet spell (an answer, an approval) is read at once. Hidden, every change is read
-  // at once.
+  // From now on changes are read on the next turn of the event loop, and at most every
+  // kReadInterval: an agent that streams hundreds of lines a second would otherwise
+  // keep the GUI thread and the renderer busy with frames the eye can't tell apart (or,
+  // with the bubble closed, with bindings nobody sees), and a key press would wait
+  // behind them. A change after a quiet spell (an answer, an approval) is read at once.
+  // Without a window (in tests of the adapter alone) every change is read at once.
   void followWindow(QQuickWindow* window);
   static constexpr int kReadInterval = 33;  // milliseconds: 30 reads a second
 
