@@ -55,7 +55,7 @@ std::unique_ptr<TestChromium> TestChromium::start(const std::string& url, std::o
   std::string chromium = findProgram("chromium");
   if (chromium.empty()) return nullptr;
   std::unique_ptr<TestChromium> browser(new TestChromium());
-  std::string profile = browser->home_.file("profile");
+  std::string profile = browser->profile();
   // The shell only drops chromium's chatter on standard error; `exec` keeps the pid.
   std::vector<std::string> argv = {"/bin/sh",
                                    "-c",
@@ -91,6 +91,15 @@ std::unique_ptr<TestChromium> TestChromium::start(const std::string& url, std::o
       30s);
   if (!up) return nullptr;
   return browser;
+}
+
+bool TestChromium::openWindow(const std::string& url) const {
+  auto second = DesktopApp::start({"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>/dev/null", findProgram("chromium"),
+                                   "--no-sandbox", "--user-data-dir=" + profile(), "--new-window", url},
+                                  {{"HOME", home_.path()},
+                                   {"XDG_CONFIG_HOME", home_.file("config")},
+                                   {"XDG_CACHE_HOME", home_.file("cache")}});
+  return second && waitUntil([&] { return !second->running(); }, 30s);
 }
 
 }  // namespace zorvane::testing

@@ -44,6 +44,11 @@ class TestChromium {
   // script has handed over). Nothing when chromium isn't installed or doesn't come up.
   static std::unique_ptr<TestChromium> start(const std::string& url, std::optional<uint16_t> debuggingPort);
   pid_t pid() const { return app_->pid(); }
+  // The browser's profile folder (its DevToolsActivePort goes there).
+  std::string profile() const { return home_.file("profile"); }
+  // Opens `url` in a new window of this browser the way a user's second
+  // `chromium --new-window` does: that process hands the URL over and exits.
+  bool openWindow(const std::string& url) const;
 
  private:
   TestChromium() = default;

@@ -99,7 +99,8 @@ TEST(DevToolsBrowserScripting, ScriptsTheFrontTabOfARealChromium) {
 }
 
 // A browser without a debugging port, and a window whose process is no browser, each get
-// a sentence that says what is wrong.
+// a sentence that says what is wrong; a DevToolsActivePort in the browser's profile that
+// names a port this test listens on gets no script, and the failure names who holds it.
 TEST(DevToolsBrowserScripting, ExplainsWhyAWindowCantBeScripted) {
   auto site = testing::PageServer::start(kSite);
   if (!site) GTEST_SKIP() << "python3 is not installed";
@@ -118,6 +119,31 @@ TEST(DevToolsBrowserScripting, ExplainsWhyAWindowCantBeScripted) {
   EXPECT_NE(notBrowser.error().find("pid " + std::to_string(site->pid()) + ") isn't a Chromium-family browser"),
             std::string::npos)
       << notBrowser.error();
+
+  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(listener, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(::listen(listener, 4), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+  std::filesystem::create_directories(browser->profile());  // the browser may not have made it yet
+  std::ofstream(browser->profile() + "/DevToolsActivePort") << ntohs(address.sin_port) << "\n/devtools/browser/stale\n";
+
+  std::ifstream commFile("/proc/self/comm");
+  std::string comm;
+  std::getline(commFile, comm);
+  auto refused = scripting.evaluate(windowOf(browser->pid()), "document.cookie");
+  ASSERT_FALSE(refused);
+  EXPECT_NE(refused.error().find("is held by " + comm + " (pid " + std::to_string(::getpid()) +
+                                 "), not by the browser (pid " + std::to_string(browser->pid()) + ")"),
+            std::string::npos)
+      << refused.error();
+  pollfd pending{listener, POLLIN, 0};
+  EXPECT_EQ(::poll(&pending, 1, 0), 0) << "nothing connected to the port";
+  ::close(listener);
 }
 
 // The debugging port is found from any process of the browser, in the forms browsers
@@ -209,51 +235,6 @@ TEST(DevToolsPort, FindsThePortTheBrowserHolds) {
       EXPECT_EQ(found.error().rfind(test.failure, 0), 0u) << found.error();
     }
   }
-}
-
-// A DevToolsActivePort that a real Chromium's profile holds, naming a port this test
-// listens on: the browser's scripts are not sent there, and the failure names who holds it.
-TEST(DevToolsBrowserScripting, RefusesAPortTheBrowserDoesntHold) {
-  auto site = testing::PageServer::start(kSite);
-  if (!site) GTEST_SKIP() << "python3 is not installed";
-  auto browser = testing::TestChromium::start(site->url("/index.html"), std::nullopt);
-  if (!browser) GTEST_SKIP() << "chromium is not installed or didn't start";
-  std::string commandLine;
-  ASSERT_TRUE(testing::waitUntil(
-      [&] {
-        std::ifstream file("/proc/" + std::to_string(browser->pid()) + "/cmdline");
-        commandLine.assign(std::istreambuf_iterator<char>(file), {});
-        return commandLine.find("--user-data-dir=") != std::string::npos;
-      },
-      10s));
-  size_t at = commandLine.find("--user-data-dir=") + 16;
-  std::string profile = commandLine.substr(at, commandLine.find_first_of(std::string(" \0", 2), at) - at);
-
-  int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  ASSERT_GE(listener, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  ASSERT_EQ(::listen(listener, 4), 0);
-  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-  std::filesystem::create_directories(profile);  // the browser may not have made it yet
-  std::ofstream(profile + "/DevToolsActivePort") << ntohs(address.sin_port) << "\n/devtools/browser/stale\n";
-
-  std::ifstream commFile("/proc/self/comm");
-  std::string comm;
-  std::getline(commFile, comm);
-  DevToolsBrowserScripting scripting;
-  auto refused = scripting.evaluate(windowOf(browser->pid()), "document.cookie");
-  ASSERT_FALSE(refused);
-  EXPECT_NE(refused.error().find("is held by " + comm + " (pid " + std::to_string(::getpid()) +
-                                 "), not by the browser (pid " + std::to_string(browser->pid()) + ")"),
-            std::string::npos)
-      << refused.error();
-  pollfd pending{listener, POLLIN, 0};
-  EXPECT_EQ(::poll(&pending, 1, 0), 0) << "nothing connected to the port";
-  ::close(listener);
 }
 
 // Which page shows in an X11 window: the front tab of the one browser window with the

@@ -4,7 +4,6 @@
 
 #include <X11/Xutil.h>
 
-#include <fstream>
 #include <regex>
 
 #include "core/geometry/geometry.h"
@@ -225,66 +224,9 @@ TEST_F(WindowToolsTest, DrivesAGtkWindow) {
       10s));
 }
 
-TEST_F(WindowToolsTest, ScriptsAChromiumTab) {
-  if (testing::findProgram("chromium").empty()) GTEST_SKIP() << "chromium is not installed";
-  auto site = testing::PageServer::start({{"index.html", "<title>Zorvane page</title><body>Hello from the page</body>"},
-                                          {"second.html", "<title>Second</title><body>Two</body>"}});
-  ASSERT_TRUE(site);
-  auto browser = testing::TestChromium::start(site->url("/index.html"), testing::freeLoopbackPort());
-  ASSERT_TRUE(browser);
-  X11WindowService windows(display);
-  auto window = testing::waitForWindow(windows, browser->pid(), 30s);
-  ASSERT_TRUE(window);
-  ToolServerClient tools(scopeFor(*window, "Chromium", "org.chromium.Chromium"));
-  ASSERT_TRUE(tools.ready());
-
-  // The page loads on its own time: wait until the tab shows it.
-  std::string info;
-  testing::waitUntil(
-      [&] {
-        info = tools.call("get_target_info", JSONValue::object()).text;
-        return info.find("Zorvane page") != std::string::npos;
-      },
-      20s);
-  EXPECT_NE(info.find("\nfront tab: " + site->url("/index.html") + " \u2014 Zorvane page"), std::string::npos) << info;
-
-  auto page = tools.call("browser_read_page", JSONValue::object());
-  EXPECT_EQ(page.text, "Zorvane page\n" + site->url("/index.html") + "\n\nHello from the page");
-  EXPECT_EQ(tools.call("browser_read_page", {{"max_chars", 7}}).text, "Zorvane");
-  EXPECT_EQ(tools.call("browser_eval", {{"js", "6 * 7"}}).text, "42");
-  auto thrown = tools.call("browser_eval", {{"js", "nope.nothing"}});
-  EXPECT_TRUE(thrown.isError);
-  EXPECT_TRUE(thrown.text.starts_with("JavaScript failed: ")) << thrown.text;
-
-  EXPECT_EQ(tools.call("browser_navigate", {{"url", site->url("/second.html")}}).text,
-            "navigating to " + site->url("/second.html"));
-  EXPECT_TRUE(testing::waitUntil(
-      [&] { return tools.call("browser_eval", {{"js", "document.title"}}).text == "Second"; }, 20s));
-  EXPECT_FALSE(tools.call("screenshot", JSONValue::object()).isError);
-}
-
-// Opens `url` in a new window of the running browser the way a user's second
-// `chromium --new-window` does: that process hands the URL to the running one (same
-// profile) and exits.
-bool openNewWindow(pid_t browser, const std::string& url) {
-  std::ifstream file("/proc/" + std::to_string(browser) + "/cmdline");
-  std::string commandLine(std::istreambuf_iterator<char>(file), {});
-  size_t at = commandLine.find("--user-data-dir=");
-  if (at == std::string::npos) return false;
-  at += 16;
-  std::string profile = commandLine.substr(at, commandLine.find_first_of(std::string(" \0", 2), at) - at);
-  std::string home = profile.substr(0, profile.rfind('/'));
-  auto second = DesktopApp::start({"/bin/sh", "-c", "exec \"$0\" \"$@\" 2>/dev/null", testing::findProgram("chromium"),
-                                   "--no-sandbox", "--user-data-dir=" + profile, "--new-window", url},
-                                  {{"HOME", home},
-                                   {"XDG_CONFIG_HOME", home + "/config"},
-                                   {"XDG_CACHE_HOME", home + "/cache"}});
-  return second && testing::waitUntil([&] { return !second->running(); }, 30s);
-}
-
-// Two windows of one Chromium, each the scope of its own tool server: every tool reaches
-// its own window's page, input and nothing else; and when the two can't be told apart,
-// the browser tools refuse rather than guess.
+// Two windows of one Chromium, each the scope of its own tool server: the page is read,
+// scripted and navigated, and every tool reaches its own window's page, input and nothing
+// else; when the two can't be told apart, the browser tools refuse rather than guess.
 TEST_F(WindowToolsTest, EachChromiumWindowReachesOnlyItsOwnPage) {
   if (testing::findProgram("chromium").empty()) GTEST_SKIP() << "chromium is not installed";
   // Each page counts the presses and keys that reach it.
@@ -297,7 +239,7 @@ TEST_F(WindowToolsTest, EachChromiumWindowReachesOnlyItsOwnPage) {
   ASSERT_TRUE(site);
   auto browser = testing::TestChromium::start(site->url("/alpha.html"), testing::freeLoopbackPort());
   ASSERT_TRUE(browser);
-  ASSERT_TRUE(openNewWindow(browser->pid(), site->url("/beta.html")));
+  ASSERT_TRUE(browser->openWindow(site->url("/beta.html")));
   X11WindowService windows(display);
   auto titled = [&](const std::string& prefix) -> std::optional<WindowInfo> {
     for (const WindowInfo& window : windows.windows())
@@ -333,6 +275,12 @@ TEST_F(WindowToolsTest, EachChromiumWindowReachesOnlyItsOwnPage) {
   EXPECT_EQ(toolsB.call("browser_read_page", {}).text, "Beta page\n" + site->url("/beta.html") + "\n\nbeta text");
   std::string info = toolsA.call("get_target_info", {}).text;
   EXPECT_NE(info.find("\nfront tab: " + site->url("/alpha.html") + " \u2014 Alpha page"), std::string::npos) << info;
+  EXPECT_EQ(toolsA.call("browser_read_page", {{"max_chars", 5}}).text, "Alpha");
+  EXPECT_EQ(eval(toolsA, "6 * 7"), "42");
+  auto thrown = toolsA.call("browser_eval", {{"js", "nope.nothing"}});
+  EXPECT_TRUE(thrown.isError);
+  EXPECT_TRUE(thrown.text.starts_with("JavaScript failed: ")) << thrown.text;
+  EXPECT_FALSE(toolsA.call("screenshot", JSONValue::object()).isError);
 
   // A click outside Alpha's frame, where Beta's page is, is refused; inside, it lands.
   auto outside = toolsA.call("click", {{"x", 940}, {"y", 350}});
