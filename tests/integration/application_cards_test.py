@@ -230,19 +230,35 @@ class Cards:
     def ask(self, question, paste_first=False):
         """Types a question into the bubble's field and sends it with Return; with
         `paste_first`, Ctrl+V comes first, from a clipboard nobody owns."""
-        field = self.find("AXTextField", "Ask Codex\u2026", 30)
-        if field is None:
-            return False
-        click_element(field)
-        xdotool("key", "ctrl+a")
+        typed = lambda: (shown(self.elements(), "AXTextField", "Ask Codex\u2026") or [""] * 5)[4]
+        for _ in range(2):  # a card still settling may move the field from under the first click
+            field = self.settled("AXTextField", "Ask Codex\u2026")
+            if field is None:
+                return False
+            click_element(field)
+            xdotool("key", "ctrl+a")
+            if paste_first:
+                xdotool("key", "ctrl+v")
+            xdotool("type", "--delay", "15", question)
+            if wait_for(lambda: typed() == question, 5):
+                break
         if paste_first:
-            xdotool("key", "ctrl+v")
-        xdotool("type", "--delay", "15", question)
-        if paste_first:
-            typed = wait_for(lambda: (shown(self.elements(), "AXTextField", "Ask Codex\u2026") or [""] * 5)[4], 5)
-            check(typed == question, "bubble: a paste from an empty clipboard loses nothing typed (%r)" % typed)
+            check(typed() == question, "bubble: a paste from an empty clipboard loses nothing typed (%r)" % typed())
         xdotool("key", "Return")
         return True
+
+    def settled(self, role, title, seconds=30):
+        """The element once its frame has stopped moving (the card grows and docks as its
+        rows change)."""
+        deadline = time.time() + seconds
+        element = self.find(role, title, seconds)
+        while element is not None and time.time() < deadline:
+            time.sleep(0.3)
+            again = shown(self.elements(), role, title)
+            if again == element:
+                return element
+            element = again
+        return element
 
     def ask_and_approve(self, rows, form, notes, data):
         self.start("--demo-bond", "%d,%d" % tuple(int(v) for v in rows[0].split(",")))
@@ -388,6 +404,10 @@ class Cards:
             self.press(button)
             known = self.threads(work)
             before = len(self.codex_starts(work))
+            # The user works in Thunar a moment: a click into the field brings the keys back.
+            thunar = xdotool("search", "--onlyvisible", "--class", "Thunar").split()
+            if thunar:
+                xdotool("windowactivate", "--sync", thunar[-1])
             asked = self.ask("Still there?")
             wait_for(lambda: len(self.codex_starts(work)) > before, 30)
             starts = self.codex_starts(work)[before:]

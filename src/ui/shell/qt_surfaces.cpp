@@ -125,6 +125,27 @@ static Rect toRect(const QRect& rect) {
   return {double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height())};
 }
 
+// Asks for the keyboard focus when the window is pressed. The panels bypass the window
+// manager, which gives the focus on a click only to windows it manages: without this,
+// a click into a bubble's field after the user worked in another window would leave
+// the keys going there.
+class FocusOnPress final : public QObject {
+ public:
+  FocusOnPress(QWindow* window, std::function<void()> takeKeys)
+      : QObject(window), takeKeys_(std::move(takeKeys)) {
+    window->installEventFilter(this);
+  }
+
+ protected:
+  bool eventFilter(QObject* watched, QEvent* event) override {
+    if (event->type() == QEvent::MouseButtonPress && !static_cast<QWindow*>(watched)->isActive()) takeKeys_();
+    return false;
+  }
+
+ private:
+  std::function<void()> takeKeys_;
+};
+
 // --- QtPanel ---------------------------------------------------------------------------
 
 QtPanel::QtPanel(const PanelOptions& options, std::shared_ptr<PanelStack> stack)
@@ -143,6 +164,7 @@ QtPanel::QtPanel(const PanelOptions& options, std::shared_ptr<PanelStack> stack)
   window_->setObjectName(window_->title());
   stack_->panels.push_back(this);
   if (!stack_->composited) setComposited(false);
+  if (options_.acceptsKey) new FocusOnPress(window_, [this] { takeKeys(); });
 }
 
 QtPanel::~QtPanel() {
@@ -195,8 +217,14 @@ void QtPanel::takeKeys() {
   // after the user last touched Zorvane would not get the keys. The panel asks again
   // with the current time once the server has mapped it.
   auto tries = std::make_shared<int>(0);
-  auto* timer = new QTimer(window_);
   QPointer<QQuickWindow> window = window_;
+  auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
+  if (x11 && window_->isExposed()) {
+    xcb_set_input_focus(x11->connection(), XCB_INPUT_FOCUS_PARENT, xcb_window_t(window_->winId()), XCB_CURRENT_TIME);
+    xcb_flush(x11->connection());
+    return;
+  }
+  auto* timer = new QTimer(window_);
   QObject::connect(timer, &QTimer::timeout, timer, [timer, tries, window] {
     if (window && window->isExposed()) {
       if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) {
